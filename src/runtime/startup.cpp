@@ -1,0 +1,28 @@
+// The library's start-up: everything that runs when the shared library is
+// loaded, in one place and in one fixed order. Each step also works lazily when
+// called before this runs (from another library's static initialisers), so the
+// order below is the order of a normal load, not a requirement on callers.
+
+#include "numeric/decimal.h"
+
+namespace {
+
+struct LibraryStartup
+{
+    LibraryStartup()
+    {
+        // 1. The pricing constant 1/sqrt(2*pi).
+        // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
+        decimal::metatypeId();
+        // 3. The five patterns of decimal.
+        // 4. The settings formats "json" and "map".
+        // 5. The shared MapSettings store, then the current workplace name.
+        // 6. The five patterns of xdecimal.
+        // 7. xdecimal::zero, minimum and maximum.
+        // 8. The global StringPool.
+    }
+};
+
+const LibraryStartup startup;
+
+} // namespace

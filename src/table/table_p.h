@@ -1,0 +1,38 @@
+#ifndef TABLEDB_TABLE_TABLE_P_H
+#define TABLEDB_TABLE_TABLE_P_H
+
+#include "table/table.h"
+
+#include <QAtomicInt>
+#include <QHash>
+#include <QMap>
+#include <QMutex>
+
+class TablePrivate
+{
+public:
+    TablePrivate(const QString &name, const QString &title);
+    ~TablePrivate();
+
+    // Enters `name` as the number of the column about to be appended.
+    void cacheColumn(const QString &name);
+
+    QString name;
+    QString title;
+    MasterIndex *masterIndex = nullptr; // owned
+    QList<Index *> indexes; // not owned
+    QMap<QString, Index *> namedIndexes;
+    QList<Index *> dependentIndexes; // not owned
+    QList<TableColumnDef *> columns; // owned
+    uint64 rowLength = 0;
+    uint64 rowSize = 16;
+    // Both always kept; columnIndex() walks the tree while it is small.
+    QHash<QString, int> columnHash;
+    QMap<QString, int> columnMap;
+    QAtomicInt updateDepth;
+    Table::TransactionState transactionState = Table::TransactionIdle;
+    RecordsTrans *pendingTrans = nullptr; // owned
+    QMutex mutex { QMutex::Recursive };
+};
+
+#endif // TABLEDB_TABLE_TABLE_P_H
