@@ -4,6 +4,7 @@
 // order below is the order of a normal load, not a requirement on callers.
 
 #include "numeric/decimal.h"
+#include "numeric/stringpool.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ struct LibraryStartup
         // 6. The five patterns of xdecimal.
         // 7. xdecimal::zero, minimum and maximum.
         // 8. The global StringPool.
+        StringPool::global();
     }
 };
 
