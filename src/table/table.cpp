@@ -1,5 +1,6 @@
 #include "table/table.h"
 
+#include "index/indexlimit.h"
 #include "index/masterindex.h"
 #include "numeric/stringpool.h"
 #include "runtime/elapsed_p.h"
@@ -7,7 +8,10 @@
 
 int64 Table::m_nsecsElapsedTotal = 0;
 
-TablePrivate::TablePrivate(const QString &n, const QString &t) : name(n), title(t) { }
+TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
+    : name(n), title(t), pendingTrans(table)
+{
+}
 
 TablePrivate::~TablePrivate() = default;
 
@@ -34,13 +38,16 @@ void Table::setTitle(const QString &title)
 
 
 Table::Table(const QString &name, const QString &title, QObject *parent)
-    : QObject(parent), d(new TablePrivate(name, title)), m_nsecsElapsed(0)
+    : QObject(parent), d(new TablePrivate(this, name, title)), m_nsecsElapsed(0)
 {
     d->masterIndex = new MasterIndexOrdered(this);
 }
 
 Table::~Table()
 {
+    // Work left pending by a failed transaction can no longer run; drop it
+    // while the columns that free its rows still exist.
+    d->pendingTrans.clear();
     for (Index *index : qAsConst(d->indexes))
         index->clear();
     delete d->masterIndex;
@@ -197,6 +204,89 @@ void Table::updated(const Record &record, int first, int last, int position)
 void Table::updatedRow(int rowIndex)
 {
     updated(at(rowIndex), -1, -1, -1);
+}
+
+void Table::appendList(const QList<Record> &list)
+{
+    QList<Record> none;
+    process(none, none, -1, -1, list, QList<Record>());
+}
+
+// --- transactions ---
+
+void Table::process(RecordsTrans &trans)
+{
+    m_timer.restart();
+    if (d->transactionState != TransactionIdle) {
+        // Called from an index: runs after the current pass, not inside it.
+        d->pendingTrans.merge(trans);
+    } else {
+        processSingleTransaction(trans);
+        drainPending();
+    }
+    m_nsecsElapsed += m_timer.nsecsElapsed();
+    m_nsecsElapsedTotal += m_timer.nsecsElapsed();
+}
+
+void Table::process(QList<Record> &removed, QList<Record> &updated, int first, int last,
+                    const QList<Record> &inserted, const QList<Record> &changed)
+{
+    if (d->transactionState != TransactionIdle) {
+        d->pendingTrans.merge(removed, updated, first, last, inserted, changed);
+        return;
+    }
+    processSingleTransaction(removed, updated, first, last, inserted, changed);
+    drainPending();
+}
+
+void Table::drainPending()
+{
+    // Runs until the indexes stop producing work; each round starts with a
+    // clean pending transaction that has no range.
+    while (!d->pendingTrans.isEmpty()) {
+        RecordsTrans next(this);
+        next.swap(d->pendingTrans);
+        processSingleTransaction(next);
+    }
+}
+
+void Table::processSingleTransaction(RecordsTrans &trans)
+{
+    QList<Record> removed = trans.removeList();
+    QList<Record> updated = trans.updateList();
+    processSingleTransaction(removed, updated, trans.minColumn(), trans.maxColumn(),
+                             trans.insertList(), trans.changeList());
+    trans.clear();
+}
+
+void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
+                                     int last, const QList<Record> &inserted,
+                                     const QList<Record> &changed)
+{
+    if (Index *limit = d->namedIndexes.value(QStringLiteral("IndexLimit"), nullptr))
+        static_cast<IndexLimit *>(limit)->toRemove(inserted.size() - removed.size(), removed,
+                                                   updated);
+
+    d->transactionState = TransactionPreprocess;
+    for (Index *index : qAsConst(d->indexes))
+        index->preprocess(removed, updated, first, last, inserted, changed);
+
+    // From here on the old values are gone: the indexes keep pointing at the
+    // table's own blocks, which now take the new values.
+    const int pairs = qMin(updated.size(), changed.size());
+    for (int i = 0; i < pairs; ++i) {
+        const Record &target = updated.at(i);
+        const Record &source = changed.at(i);
+        if (target != source)
+            copyRowContent(const_cast<unsigned char *>(target.rowPtr()), source.rowPtr(), first,
+                           last);
+    }
+
+    d->masterIndex->process(removed, updated, first, last, inserted);
+    d->transactionState = TransactionPostprocess;
+    for (Index *index : qAsConst(d->indexes))
+        index->process(removed, updated, first, last, inserted);
+    d->transactionState = TransactionIdle;
 }
 
 Table::TransactionState Table::transactionState() const
