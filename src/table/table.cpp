@@ -86,15 +86,11 @@ void Table::addIndex(Index *index)
 void Table::removeIndex(Index *index)
 {
     d->indexes.removeAll(index);
+    // Only the name that indexName() reports goes; further names of the same
+    // index stay.
     const QString name = d->namedIndexes.key(index);
-    if (!name.isEmpty()) {
-        for (auto it = d->namedIndexes.begin(); it != d->namedIndexes.end();) {
-            if (it.value() == index)
-                it = d->namedIndexes.erase(it);
-            else
-                ++it;
-        }
-    }
+    if (!name.isEmpty())
+        d->namedIndexes.remove(name);
     emit indexRemoved(index);
 }
 
