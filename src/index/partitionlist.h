@@ -302,12 +302,11 @@ PartitionList<T>::~PartitionList()
 template <typename T>
 typename PartitionList<T>::Partition *PartitionList<T>::newPartition(int capacity)
 {
-    Partition *p = new Partition;
-    p->data = static_cast<T *>(qMallocAligned(size_t(capacity) * sizeof(T), 8));
-    if (!p->data) {
-        delete p;
+    T *data = static_cast<T *>(qMallocAligned(size_t(capacity) * sizeof(T), 8));
+    if (!data)
         qBadAlloc();
-    }
+    Partition *p = new Partition;
+    p->data = data;
     p->end = p->data;
     p->size = 0;
     p->capacity = capacity;
