@@ -11,6 +11,9 @@
 namespace {
 
 const int MaxFrames = 32;
+// Frames that may sit above getStack itself: a sanitizer's interceptor of
+// backtrace() adds one.
+const int MaxForeignFrames = 4;
 
 QString demangled(const char *name)
 {
@@ -45,8 +48,21 @@ void Exception::dump() const
 // Kept out of line so that frame 0 is always this function and can be dropped.
 __attribute__((noinline)) QStringList Exception::getStack()
 {
-    void *frames[MaxFrames];
-    const int count = backtrace(frames, MaxFrames);
+    void *raw[MaxFrames + MaxForeignFrames];
+    const int rawCount = backtrace(raw, MaxFrames + MaxForeignFrames);
+
+    // Frame 0 is this function; whatever lies above it is not the caller's.
+    int self = 0;
+    for (int i = 0; i < rawCount && i < MaxForeignFrames; ++i) {
+        Dl_info info;
+        if (dladdr(raw[i], &info) != 0
+            && info.dli_saddr == reinterpret_cast<void *>(&Exception::getStack)) {
+            self = i;
+            break;
+        }
+    }
+    void **frames = raw + self;
+    const int count = qMin(rawCount - self, MaxFrames);
 
     QStringList lines;
     if (count < 2)

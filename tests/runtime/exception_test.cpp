@@ -55,7 +55,7 @@ TEST(Exception, StackLinesFollowTheColumnFormat)
     // Frame 0 (the capture itself) is left out, so the first line is the
     // constructor, resolved and demangled from the library's symbols.
     EXPECT_TRUE(stack.first().endsWith(QStringLiteral("Exception::Exception(QString const&)")))
-        << stack.first().toStdString();
+        << stack.join(QLatin1Char('\n')).toStdString();
 }
 
 TEST(Exception, DeepStackIsCutAtThirtyOneLines)
