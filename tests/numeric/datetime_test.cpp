@@ -128,6 +128,39 @@ TEST(Datetime, ParseChainTakesTheFirstFormatThatFits)
     EXPECT_EQ(datetime::fromString(QStringLiteral("2020-01-02 03:04:05.006"), datetime::sqlFormat(true)).data(), Jan2);
 }
 
+TEST(Datetime, MutatedTextEitherParsesToARoundTripOrToZero)
+{
+    // Valid texts of each format with a few random edits, so that texts near
+    // every format boundary come up.
+    const QString stems[] = {QStringLiteral("2020.01.02 03:04:05.006"), QStringLiteral("2020-01-02 03:04:05"),
+                             QStringLiteral("2020.01.02"), QStringLiteral("2020-01-02")};
+    const QString alphabet = QStringLiteral("0123456789.-: x");
+    quint32 seed = 12345;
+    const auto next = [&seed](int bound) {
+        seed = seed * 1664525u + 1013904223u;
+        return int((seed >> 8) % quint32(bound));
+    };
+    int parsedCount = 0;
+    for (int i = 0; i < 1000; ++i) {
+        QString text = stems[next(4)];
+        for (int edits = next(4); edits > 0; --edits) {
+            const int at = next(text.size() + 1);
+            const QChar c = alphabet.at(next(alphabet.size()));
+            switch (next(3)) {
+            case 0: text.insert(at, c); break;
+            case 1: text.remove(at, 1); break;
+            default: if (at < text.size()) text[at] = c; break;
+            }
+        }
+        const datetime parsed(text);
+        if (parsed.isZero())
+            continue;
+        ++parsedCount;
+        EXPECT_EQ(datetime(parsed.toString()), parsed) << text.toStdString();
+    }
+    EXPECT_GT(parsedCount, 200);
+}
+
 TEST(Datetime, TimeTextOnAGivenDate)
 {
     const QDate day(2020, 1, 2);
