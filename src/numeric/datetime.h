@@ -42,7 +42,7 @@ public:
 
     // Out-of-range time fields give midnight of the date.
     void set(int year, int month, int day, int hour, int minute, int second, int msec);
-    // Year, month and day are required; the time pointers may be null.
+    // Any pointer may be null.
     void get(int *year, int *month, int *day, int *hour = nullptr, int *minute = nullptr,
              int *second = nullptr, int *msec = nullptr) const;
 
