@@ -4,6 +4,8 @@
 // order below is the order of a normal load, not a requirement on callers.
 
 #include "numeric/decimal.h"
+#include "settings/qtjsonsettings.h"
+#include "settings/workplacesettings.h"
 
 namespace {
 
@@ -16,7 +18,9 @@ struct LibraryStartup
         decimal::metatypeId();
         // 3. The five patterns of decimal.
         // 4. The settings formats "json" and "map".
+        QtJsonSettings::registerFormats();
         // 5. The shared MapSettings store, then the current workplace name.
+        WorkplaceSettings::initShared();
         // 6. The five patterns of xdecimal.
         // 7. xdecimal::zero, minimum and maximum.
         // 8. The global StringPool.
