@@ -1,9 +1,11 @@
-// Included first and outside the guard: the chief header defines Settings
-// and then brings this header, whichever of the two is included first.
-#include "settings/settings.h"
-
 #ifndef TABLEDB_SETTINGS_MAPSETTINGS_H
 #define TABLEDB_SETTINGS_MAPSETTINGS_H
+
+// The chief header brings WorkplaceSettings, which needs this class complete;
+// it leaves that to the end of this file while the class is pending. (The
+// include stays inside the guard so that moc sees the class in this file.)
+#define TABLEDB_SETTINGS_MAPSETTINGS_PENDING
+#include "settings/settings.h"
 
 #include "runtime/global.h"
 
@@ -55,5 +57,8 @@ private:
 
     MapSettingsPrivate *d;
 };
+
+#undef TABLEDB_SETTINGS_MAPSETTINGS_PENDING
+#include "settings/workplacesettings.h"
 
 #endif // TABLEDB_SETTINGS_MAPSETTINGS_H

@@ -69,6 +69,12 @@ void cutLastSegment(QString &path)
     path.truncate(path.lastIndexOf(QLatin1Char('/'), path.size() - 2) + 1);
 }
 
+// Every byte, NULs included (the QByteArray overload stops at the first NUL).
+QString latin1(const QByteArray &bytes)
+{
+    return QString::fromLatin1(bytes.constData(), bytes.size());
+}
+
 QString withoutTrailingSlash(const QString &path)
 {
     return path.endsWith(QLatin1Char('/')) ? path.left(path.size() - 1) : path;
@@ -183,7 +189,7 @@ QString QtJsonSettings::variantToString(const QVariant &value)
         return text.startsWith(QLatin1Char('@')) ? QLatin1Char('@') + text : text;
     }
     case QMetaType::QByteArray:
-        return QStringLiteral("@ByteArray(") + QString::fromLatin1(value.toByteArray())
+        return QStringLiteral("@ByteArray(") + latin1(value.toByteArray())
                + QLatin1Char(')');
     case QMetaType::QRect: {
         const QRect r = qvariant_cast<QRect>(value);
@@ -212,7 +218,7 @@ QString QtJsonSettings::variantToString(const QVariant &value)
         stream.setVersion(QDataStream::Qt_4_0);
         stream << value;
     }
-    return QStringLiteral("@Variant(") + QString::fromLatin1(bytes) + QLatin1Char(')');
+    return QStringLiteral("@Variant(") + latin1(bytes) + QLatin1Char(')');
 }
 
 QVariant QtJsonSettings::stringToVariant(const QString &s)

@@ -84,6 +84,8 @@ private:
 #include "settings/defaultsettings.h"
 #include "settings/mapsettings.h"
 #include "settings/qtjsonsettings.h"
+#ifndef TABLEDB_SETTINGS_MAPSETTINGS_PENDING
 #include "settings/workplacesettings.h"
+#endif
 
 #endif // TABLEDB_SETTINGS_SETTINGS_H
