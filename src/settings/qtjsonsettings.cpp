@@ -1,5 +1,6 @@
 #include "settings/qtjsonsettings.h"
 
+#include <QBuffer>
 #include <QDataStream>
 #include <QFile>
 #include <QJsonDocument>
@@ -69,6 +70,17 @@ void cutLastSegment(QString &path)
     path.truncate(path.lastIndexOf(QLatin1Char('/'), path.size() - 2) + 1);
 }
 
+void skipByteOrderMark(QIODevice &device)
+{
+    static const QByteArray marks[] = {QByteArray("\xEF\xBB\xBF"), QByteArray("\xFE\xFF"),
+                                       QByteArray("\xFF\xFE")};
+    for (const QByteArray &mark : marks) {
+        if (device.read(mark.size()) == mark)
+            break;
+        device.seek(0);
+    }
+}
+
 // Every byte, NULs included (the QByteArray overload stops at the first NUL).
 QString latin1(const QByteArray &bytes)
 {
@@ -78,6 +90,28 @@ QString latin1(const QByteArray &bytes)
 QString withoutTrailingSlash(const QString &path)
 {
     return path.endsWith(QLatin1Char('/')) ? path.left(path.size() - 1) : path;
+}
+
+// Whether a file that is already there can be replaced: one that does not
+// parse as a JSON object is the user's to repair, and writing over it would
+// lose whatever it holds.
+bool mayReplace(const QIODevice &device)
+{
+    const QFileDevice *target = qobject_cast<const QFileDevice *>(&device);
+    if (!target || target->fileName().isEmpty())
+        return true;
+    QFile existing(target->fileName());
+    if (existing.size() == 0)
+        return true;
+    if (!existing.open(QIODevice::ReadOnly))
+        return false;
+    QBuffer buffer;
+    buffer.setData(existing.readAll());
+    buffer.open(QIODevice::ReadOnly);
+    skipByteOrderMark(buffer);
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(buffer.readAll(), &error);
+    return error.error == QJsonParseError::NoError && document.isObject();
 }
 
 } // namespace
@@ -120,13 +154,7 @@ QSettings::Format QtJsonSettings::mapFormat()
 
 bool QtJsonSettings::readJsonFile(QIODevice &device, QSettings::SettingsMap &map)
 {
-    static const QByteArray marks[] = {QByteArray("\xEF\xBB\xBF"), QByteArray("\xFE\xFF"),
-                                       QByteArray("\xFF\xFE")};
-    for (const QByteArray &mark : marks) {
-        if (device.read(mark.size()) == mark)
-            break;
-        device.seek(0);
-    }
+    skipByteOrderMark(device);
 
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(device.readAll(), &error);
@@ -147,6 +175,9 @@ bool QtJsonSettings::readJsonFile(QIODevice &device, QSettings::SettingsMap &map
 
 bool QtJsonSettings::writeJsonFile(QIODevice &device, const QSettings::SettingsMap &map)
 {
+    if (!mayReplace(device))
+        return false;
+
     QVariant root;
     for (auto it = map.constBegin(); it != map.constEnd(); ++it) {
         if (it.key().isEmpty())

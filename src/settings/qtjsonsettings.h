@@ -22,7 +22,9 @@ TABLEDB_EXPORT QDebug guiLog();
 // QVariant) are kept as tagged text in the manner of INI files.
 //
 // Nothing here throws. A broken file is logged and reported as false, which
-// QSettings turns into a format error.
+// QSettings turns into a format error; such a file is never written over, so
+// the keys set meanwhile stay in memory only (QSettings reports an access
+// error on sync).
 class TABLEDB_EXPORT QtJsonSettings : public QSettings
 {
     Q_OBJECT
