@@ -184,6 +184,14 @@ TEST(JsonValueText, OtherTypesTravelAsVariantStreamAtVersion7)
     }
     EXPECT_EQ(text, QStringLiteral("@Variant(") + QString::fromLatin1(expected.constData(), expected.size()) + ")");
     EXPECT_EQ(QtJsonSettings::stringToVariant(text), date);
+
+    // Containers nest other kinds; all of it comes back.
+    const QVariant nested(QVariantList{
+        QVariantMap{{"d", QDate(2000, 1, 2)}, {"l", QStringList{"a", QString()}}},
+        QVariant(), QChar('x'), QTime(12, 30),
+        QVariantHash{{"h", QVariantList{1, 2.5, QByteArray("\0\1", 2)}}},
+        QDateTime(QDate(2020, 5, 6), QTime(7, 8, 9), Qt::UTC)});
+    EXPECT_EQ(QtJsonSettings::stringToVariant(QtJsonSettings::variantToString(nested)), nested);
 }
 
 TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
@@ -192,8 +200,12 @@ TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
         "@Foo(1)", "@Rect(1 2 3)", "@Size(1)", "@Point", "@Invalid(x)", "@ByteArray(open",
         "@Variant()", "@Variant(\x01\x02)",
         // A list type whose element count claims far more than is there.
-        QStringLiteral("@Variant(") + QString::fromLatin1("\x00\x00\x00\x09\x7f\xff\xff\xff)", 9)
-            + ")"};
+        QStringLiteral("@Variant(") + QString::fromLatin1("\x00\x00\x00\x09\x7f\xff\xff\xff)", 9),
+        // The same inside a map.
+        QStringLiteral("@Variant(")
+            + QString::fromLatin1("\x00\x00\x00\x08\x00\x00\x00\x01\x00\x00\x00\x02\x00k"
+                                  "\x00\x00\x00\x0b\xff\xff\xff\xf0)",
+                                  27)};
     for (const QString &t : texts) {
         const QVariant v = QtJsonSettings::stringToVariant(t);
         EXPECT_EQ(v.userType(), QMetaType::QString) << qPrintable(t);
