@@ -1,4 +1,5 @@
 #include "settings/qtjsonsettings.h"
+#include "settings/variantstreamcheck_p.h"
 
 #include <QBuffer>
 #include <QDataStream>
@@ -112,96 +113,6 @@ bool mayReplace(const QIODevice &device)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(buffer.readAll(), &error);
     return error.error == QJsonParseError::NoError && document.isObject();
-}
-
-bool checkVariant(QDataStream &s, int depth);
-
-// Room for n items each at least one byte long.
-bool fits(QDataStream &s, quint32 n)
-{
-    return s.status() == QDataStream::Ok && qint64(n) <= s.device()->bytesAvailable();
-}
-
-bool checkPayload(QDataStream &s, int type, int depth)
-{
-    quint32 n = 0;
-    switch (type) {
-    case QMetaType::UnknownType: {
-        QString unused; // an invalid variant is saved with an empty string
-        s >> unused;
-        break;
-    }
-    case QMetaType::QVariantList:
-        s >> n;
-        if (!fits(s, n))
-            return false;
-        for (quint32 i = 0; i < n; ++i) {
-            if (!checkVariant(s, depth + 1))
-                return false;
-        }
-        break;
-    case QMetaType::QStringList:
-    case QMetaType::QByteArrayList:
-        s >> n;
-        if (!fits(s, n))
-            return false;
-        for (quint32 i = 0; i < n && s.status() == QDataStream::Ok; ++i) {
-            QByteArray item; // a string's length word and bytes read the same way
-            s >> item;
-        }
-        break;
-    case QMetaType::QVariantMap:
-    case QMetaType::QVariantHash:
-        s >> n;
-        if (!fits(s, n))
-            return false;
-        for (quint32 i = 0; i < n; ++i) {
-            QString key;
-            s >> key;
-            if (!checkVariant(s, depth + 1))
-                return false;
-        }
-        break;
-    default: {
-        void *value = QMetaType::create(type);
-        if (!value)
-            return false;
-        const bool loaded = QMetaType::load(s, type, value);
-        QMetaType::destroy(type, value);
-        if (!loaded)
-            return false;
-        break;
-    }
-    }
-    return s.status() == QDataStream::Ok;
-}
-
-// Walks one QVariant the way QVariant::load reads it at stream version 7, and
-// rejects counts the bytes cannot hold: Qt reserves room for a claimed count
-// before reading the items, so a damaged count would ask for gigabytes.
-bool checkVariant(QDataStream &s, int depth)
-{
-    if (depth > 256)
-        return false;
-    quint32 typeId = 0;
-    s >> typeId;
-    if (s.status() != QDataStream::Ok)
-        return false;
-    // Type numbers of the version-7 stream.
-    if (typeId == 127) {
-        QByteArray name;
-        s >> name;
-        typeId = QMetaType::type(name.constData());
-        if (typeId == QMetaType::UnknownType)
-            return false;
-    } else if (typeId >= 128) {
-        typeId -= 97;
-    } else if (typeId == 75) {
-        typeId = QMetaType::QSizePolicy;
-    } else if (typeId > 75 && typeId <= 86) {
-        typeId -= 1;
-    }
-    return checkPayload(s, int(typeId), depth);
 }
 
 } // namespace
@@ -353,7 +264,7 @@ QVariant QtJsonSettings::stringToVariant(const QString &s)
                 {
                     QDataStream check(&bytes, QIODevice::ReadOnly);
                     check.setVersion(QDataStream::Qt_4_0);
-                    if (!checkVariant(check, 0))
+                    if (!isPlausibleVariantStream(check))
                         return QVariant(s);
                 }
                 QDataStream stream(&bytes, QIODevice::ReadOnly);
