@@ -7,6 +7,8 @@
 #include "numeric/decimal.h"
 #include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
+#include "settings/qtjsonsettings.h"
+#include "settings/workplacesettings.h"
 
 namespace {
 
@@ -21,7 +23,9 @@ struct LibraryStartup
         // 3. The five patterns of decimal.
         DecimalPatterns::instance();
         // 4. The settings formats "json" and "map".
+        QtJsonSettings::registerFormats();
         // 5. The shared MapSettings store, then the current workplace name.
+        WorkplaceSettings::initShared();
         // 6. The five patterns of xdecimal.
         // 7. xdecimal::zero, minimum and maximum.
         // 8. The global StringPool.
