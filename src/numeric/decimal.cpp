@@ -95,12 +95,10 @@ void decimal::set(int64 value, short scale)
     m_data = pack(value, scale);
 }
 
-int decimal::compare(const decimal &other) const
+int decimal::compareScaled(const decimal &other) const
 {
     const uint64 a = uint64(m_data);
     const uint64 b = uint64(other.m_data);
-    if ((a & kScaleBits) == (b & kScaleBits))
-        return (m_data < other.m_data) ? -1 : (m_data > other.m_data ? 1 : 0);
 
     const bool az = (a & ~kScaleBits) == 0;
     const bool bz = (b & ~kScaleBits) == 0;
