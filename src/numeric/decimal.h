@@ -25,7 +25,7 @@ class TABLEDB_EXPORT decimal
     Q_DECLARE_TR_FUNCTIONS(decimal)
 
 public:
-    decimal() : m_data(0) { }
+    constexpr decimal() : m_data(0) { }
     // The normalising pack: a positive value that does not fit 56 bits loses
     // digits (and scale) until it fits.
     decimal(int64 value, short scale) { set(value, scale); }
@@ -34,9 +34,9 @@ public:
 
     void set(int64 value, short scale);
 
-    int64 data() const { return m_data; }
-    int64 to56s7() const { return m_data; }
-    static decimal from56s7(int64 word)
+    constexpr int64 data() const { return m_data; }
+    constexpr int64 to56s7() const { return m_data; }
+    static constexpr decimal from56s7(int64 word)
     {
         decimal d;
         d.m_data = word;
@@ -109,6 +109,25 @@ public:
 
 private:
     int64 m_data;
+};
+
+// Declared by hand so that the meta-type flags stay 259 (no MovableType), the
+// value other modules and saved variants were registered with.
+template <>
+class QTypeInfo<decimal>
+{
+public:
+    enum {
+        isSpecialized = true,
+        isPointer = false,
+        isIntegral = false,
+        isComplex = true,
+        isStatic = true,
+        isRelocatable = false,
+        isLarge = false,
+        isDummy = false,
+        sizeOf = sizeof(int64)
+    };
 };
 
 Q_DECLARE_METATYPE(decimal)

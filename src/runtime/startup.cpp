@@ -4,6 +4,7 @@
 // order below is the order of a normal load, not a requirement on callers.
 
 #include "numeric/decimal.h"
+#include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
 
 namespace {
@@ -16,6 +17,7 @@ struct LibraryStartup
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
         decimal::metatypeId();
         // 3. The five patterns of decimal.
+        DecimalPatterns::instance();
         // 4. The settings formats "json" and "map".
         // 5. The shared MapSettings store, then the current workplace name.
         // 6. The five patterns of xdecimal.
