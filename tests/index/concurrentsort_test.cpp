@@ -109,20 +109,6 @@ TEST(ConcurrentSort, StableOnPartitionListAcrossBlocks)
     }
 }
 
-TEST(ConcurrentSort, SortedAndReversedInputs)
-{
-    std::vector<Keyed> input;
-    for (int i = 0; i < 30000; ++i)
-        input.push_back({ 30000 - i / 2, i });
-    QList<Keyed> list;
-    for (const Keyed &k : input)
-        list.append(k);
-    ConcurrentSort::sort(list.begin(), list.end(), ByKey());
-    ASSERT_EQ(toVector(list), expected(input));
-    ConcurrentSort::sort(list.begin(), list.end(), ByKey()); // already sorted
-    ASSERT_EQ(toVector(list), expected(input));
-}
-
 TEST(ConcurrentSort, MergeRunsKeepsTheLeftFirstAmongEquals)
 {
     // Both merge directions: a short left run and a short right run.

@@ -206,17 +206,6 @@ TEST_F(IndexSortTest, UpdateWithAWrongHintLosesNoRow)
     EXPECT_EQ(index.at(0), r[4]);
 }
 
-TEST_F(IndexSortTest, RemoveUsesTheHintOnlyWhenItIsRight)
-{
-    KeyIndex index(&table);
-    const std::vector<Record> r = addKeys(index, { 1, 2, 3 });
-    index.remove(r[1], 0); // wrong hint: found by search
-    EXPECT_EQ(index.rows(), std::vector<Record>({ r[0], r[2] }));
-    index.remove(r[2], 1);
-    index.remove(r[2], 7);
-    EXPECT_EQ(index.rows(), std::vector<Record>({ r[0] }));
-}
-
 TEST_F(IndexSortTest, BuildSortsTheRowsOfTheMaster)
 {
     std::vector<Record> rows;

@@ -28,20 +28,6 @@ TEST(RangeSet, MergesTouchingAndOverlappingRanges)
     EXPECT_EQ(boundariesOf({ { 3, 3 }, { 5, 4 } }), QList<int>());
 }
 
-TEST(RangeSet, ContainsFollowsTheHalfOpenRanges)
-{
-    RangeSet<int> set;
-    set.add(2, 4);
-    set.add(8, 9);
-    EXPECT_EQ(set.rangeCount(), 2);
-    EXPECT_FALSE(set.contains(1));
-    EXPECT_TRUE(set.contains(2));
-    EXPECT_TRUE(set.contains(3));
-    EXPECT_FALSE(set.contains(4));
-    EXPECT_TRUE(set.contains(8));
-    EXPECT_FALSE(set.contains(9));
-}
-
 // Random additions against a set of covered points: the boundary list must
 // stay strictly ascending (so touching ranges are merged) and cover exactly
 // the points added.
