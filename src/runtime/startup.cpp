@@ -5,6 +5,7 @@
 
 #include "numeric/decimal.h"
 #include "numeric/decimal_p.h"
+#include "numeric/xdecimal_p.h"
 
 namespace {
 
@@ -20,7 +21,9 @@ struct LibraryStartup
         // 4. The settings formats "json" and "map".
         // 5. The shared MapSettings store, then the current workplace name.
         // 6. The five patterns of xdecimal.
+        xdecimalPrivate::patterns();
         // 7. xdecimal::zero, minimum and maximum.
+        xdecimalPrivate::bounds(); // zero is constant-initialised
         // 8. The global StringPool.
     }
 };
