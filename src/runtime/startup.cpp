@@ -5,6 +5,7 @@
 
 #include "numeric/decimal.h"
 #include "numeric/decimal_p.h"
+#include "numeric/stringpool.h"
 #include "numeric/xdecimal_p.h"
 
 namespace {
@@ -25,6 +26,7 @@ struct LibraryStartup
         // 7. xdecimal::zero, minimum and maximum.
         xdecimalPrivate::bounds(); // zero is constant-initialised
         // 8. The global StringPool.
+        StringPool::global();
     }
 };
 
