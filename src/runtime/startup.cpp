@@ -17,6 +17,7 @@ struct LibraryStartup
         // 1. The pricing constant 1/sqrt(2*pi).
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
         decimal::metatypeId();
+        xdecimal::metatypeId();
         // 3. The five patterns of decimal.
         DecimalPatterns::instance();
         // 4. The settings formats "json" and "map".
