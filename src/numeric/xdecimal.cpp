@@ -305,6 +305,9 @@ void xdecimal::setScale(short scale)
 {
     if (!scaleInRange(scale))
         throw kBadOperand;
+    // At its own type a well-formed number is already what the copy would give.
+    if (type() == typeFor(scale) && !(BCDIICheck(digits(), type()) & BCDII_Malformed))
+        return;
     xdecimal r;
     r.setType(typeFor(scale));
     BCDIICopy(r.digits(), r.type(), digits(), checkedType());
@@ -360,14 +363,19 @@ xdecimal xdecimal::negative() const
     const unsigned short t = checkedType();
     xdecimal r;
     r.setType(typeFor(scale()));
-    BCDIICopy(r.digits(), r.type(), digits(), t);
+    if (t == r.type()) // the copy would change nothing but a negative zero
+        std::memcpy(r.digits(), digits(), size_t(BCDIITotalBytes(t)));
+    else
+        BCDIICopy(r.digits(), r.type(), digits(), t);
     unsigned char *d = r.digits();
     if ((d[0] & 127) < 100) {
         bool any = false;
         for (int j = 0; j < 14; ++j)
             any = any || (d[j] & 127) != 0;
-        if (any) // a zero stays positive
+        if (any)
             d[0] ^= 128;
+        else
+            d[0] = 0; // a zero stays positive
     }
     return r;
 }
