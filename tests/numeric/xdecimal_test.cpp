@@ -532,3 +532,46 @@ TEST(xdecimal, StreamsSixteenRawBytes)
 }
 
 } // namespace
+
+namespace {
+
+// Any text parses or throws a QString; any 16 bytes with a fitting type word
+// work or throw "xdecimal:bad operand". The sanitizer build checks the rest.
+TEST(xdecimal, ArbitraryInputIsSafe)
+{
+    std::mt19937 rng(77);
+    const char alphabet[] = "0123456789012345.,+-e \t";
+    for (int i = 0; i < 5000; ++i) {
+        std::string s;
+        const int len = int(rng() % (i % 100 == 0 ? 400 : 40));
+        for (int j = 0; j < len; ++j)
+            s.push_back(alphabet[rng() % (sizeof(alphabet) - 1)]);
+        const QString text = QString::fromStdString(s);
+        xdecimal::canConvert(text, false);
+        try {
+            const xdecimal x = xdecimal::fromString(text);
+            // What was read prints and reads back as the same number.
+            EXPECT_TRUE(xdecimal::fromString(x.toString()).isEqual(x)) << s;
+        } catch (const QString &) {
+        }
+    }
+    for (int i = 0; i < 5000; ++i) {
+        unsigned char raw[16];
+        for (unsigned char &b : raw)
+            b = (unsigned char)rng();
+        raw[1] = (unsigned char)(i % 2 ? 26 : rng() % 30);
+        try {
+            const xdecimal x(static_cast<const void *>(raw));
+            const xdecimal y = x * x + x.negative();
+            y.toString();
+            y.compare(x);
+            xdecimal z = x;
+            z.setScale(short(int(rng() % 125) - 62));
+        } catch (const QString &) {
+        } catch (const char *e) {
+            EXPECT_STREQ(e, "xdecimal:bad operand");
+        }
+    }
+}
+
+} // namespace
