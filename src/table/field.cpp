@@ -1,6 +1,8 @@
 #include "table/field.h"
 
+#include "numeric/datetime.h"
 #include "numeric/decimal.h"
+#include "numeric/xdecimal.h"
 #include "table/boardlist.h"
 
 QString Field::toString() const
@@ -22,6 +24,10 @@ QString Field::toString() const
                             | (uint64(def->length & 0x7F) << 56);
         return decimal::from56s7(int64(word)).toString();
     }
+    case FieldType::XDecimal:
+        return xdecimal(static_cast<const void *>(m_data)).toString();
+    case FieldType::DateTime:
+        return datetime(FieldType::getInt64(m_data)).toString();
     case FieldType::VarChar:
         return FieldType::varCharToString(m_data, def->length);
     case FieldType::String:
