@@ -229,7 +229,20 @@ void IndexSort::update(const Record &record, int, int, int index)
 
 QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
 {
+    QVector<Position> positions;
+    findPositions(records, positions);
     QMap<Record, int> result;
+    for (const Position &p : qAsConst(positions))
+        result.insert(p.row, p.position);
+    return result;
+}
+
+void IndexSort::findPositions(QList<Record> records, QVector<Position> &result) const
+{
+    // Entries in the order a map would receive them; a later one for the same
+    // row wins, as a map's insert would.
+    QVector<Position> entries;
+    entries.reserve(records.size());
     const ConstIterator first = begin();
     const ConstIterator last = end();
 
@@ -244,7 +257,7 @@ QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
         while (it != last && *it != entry && compare(entry, *it) == 0)
             ++it;
         if (it != last && *it == entry)
-            result.insert(entry, int(it - first));
+            entries.append({ entry, int(it - first) });
         else
             missed.append(entry);
     }
@@ -257,13 +270,23 @@ QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
         const auto e = std::lower_bound(records.begin(), records.end(), *it);
         if (e == records.end())
             continue;
-        result.insert(*it, n);
+        entries.append({ *it, n });
         records.erase(e);
     }
 
     for (const Record &entry : qAsConst(records))
-        result.insert(entry, -1);
-    return result;
+        entries.append({ entry, -1 });
+
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const Position &a, const Position &b) { return a.row < b.row; });
+    result.clear();
+    result.reserve(entries.size());
+    for (const Position &p : qAsConst(entries)) {
+        if (!result.isEmpty() && result.last().row == p.row)
+            result.last() = p;
+        else
+            result.append(p);
+    }
 }
 
 void IndexSort::process(const QList<Record> &removed, const QList<Record> &updated, int, int,
@@ -271,7 +294,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
 {
     timer.restart();
 
-    QMap<Record, int> positions;
+    QVector<Position> positions;
     {
         // Ordered by row address; a row listed twice stays twice.
         QList<Record> lookup;
@@ -279,16 +302,23 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         lookup.append(removed);
         lookup.append(updated);
         std::stable_sort(lookup.begin(), lookup.end());
-        positions = indexOfs(lookup);
+        findPositions(lookup, positions);
     }
+    // A row missing from the result reads as position 0, as a default-inserting
+    // map access would give it; the steps below depend on that.
+    auto positionOf = [&positions](const Record &row) {
+        const auto it = std::lower_bound(
+            positions.cbegin(), positions.cend(), row,
+            [](const Position &p, const Record &r) { return p.row < r; });
+        return (it != positions.cend() && it->row == row) ? it->position : 0;
+    };
 
     RangeSet<int> ranges;
     QList<Record> pending;
     pending.reserve(inserted.count());
 
     for (const Record &row : removed) {
-        // Default-inserting on purpose: a row missing from the result reads 0.
-        const int p = positions[row];
+        const int p = positionOf(row);
         if (p != -1)
             ranges.add(p, p + 1);
     }
@@ -298,7 +328,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     }
     const int n = count();
     for (const Record &row : updated) {
-        const int p = positions[row];
+        const int p = positionOf(row);
         const bool f = filter(row);
         if (p == -1) {
             if (f)

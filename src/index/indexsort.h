@@ -4,6 +4,7 @@
 #include "index/indexlist.h"
 
 #include <QMap>
+#include <QVector>
 
 // An index whose rows stand in the order of compare(): for two neighbours a
 // before b, compare(a, b) <= 0. Equal keys are allowed and keep their order of
@@ -78,6 +79,15 @@ protected:
     int indexOfAdd(const Record &record) const;
 
 private:
+    // A row's position as indexOfs() gives it, kept in a flat array by row
+    // address: batch maintenance looks rows up without a map node per row.
+    struct Position
+    {
+        Record row;
+        int position;
+    };
+    // indexOfs() into `result`, sorted by address, one entry per row.
+    void findPositions(QList<Record> records, QVector<Position> &result) const;
     // The first row that is not below `record`, as an iterator.
     PartitionList<Record>::const_iterator lowerBound(const Record &record) const;
     // search() without the virtual call.

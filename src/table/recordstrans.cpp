@@ -25,7 +25,6 @@ RecordsTrans::RecordsTrans(const RecordsTrans &other)
     : m_minColumn(other.m_minColumn),
       m_maxColumn(other.m_maxColumn),
       m_operations(other.m_operations),
-      m_changes(other.m_changes),
       m_table(other.m_table),
       m_uncaughtAtCreation(std::uncaught_exceptions())
 {
@@ -36,7 +35,6 @@ RecordsTrans &RecordsTrans::operator=(const RecordsTrans &other)
     m_minColumn = other.m_minColumn;
     m_maxColumn = other.m_maxColumn;
     m_operations = other.m_operations;
-    m_changes = other.m_changes;
     m_table = other.m_table;
     return *this;
 }
@@ -63,7 +61,6 @@ RecordsTrans::~RecordsTrans() noexcept
 void RecordsTrans::clear()
 {
     m_operations.clear();
-    m_changes.clear();
 }
 
 bool RecordsTrans::contains(const Record &record) const
@@ -82,7 +79,7 @@ QList<Record> keysWithCode(const RecordsTrans::Map &map, int code)
 {
     QList<Record> list;
     for (auto it = map.cbegin(), end = map.cend(); it != end; ++it) {
-        if (it.value() == code)
+        if (it.value().code == code)
             list.append(it.key());
     }
     return list;
@@ -106,7 +103,12 @@ QList<Record> RecordsTrans::updateList() const
 
 QList<Record> RecordsTrans::changeList() const
 {
-    return keysWithCode(m_changes, RowUpdated);
+    QList<Record> list;
+    for (auto it = m_operations.cbegin(), end = m_operations.cend(); it != end; ++it) {
+        if (it.value().code == RowUpdated && !it.value().change.isNull())
+            list.append(it.value().change);
+    }
+    return list;
 }
 
 void RecordsTrans::swap(RecordsTrans &other) noexcept
@@ -114,7 +116,6 @@ void RecordsTrans::swap(RecordsTrans &other) noexcept
     qSwap(m_minColumn, other.m_minColumn);
     qSwap(m_maxColumn, other.m_maxColumn);
     m_operations.swap(other.m_operations);
-    m_changes.swap(other.m_changes);
     qSwap(m_table, other.m_table);
 }
 
@@ -131,32 +132,30 @@ void RecordsTrans::execute()
 void RecordsTrans::mergeInsertedRow(const Record &row)
 {
     auto it = m_operations.find(row);
-    if (it == m_operations.end()) {
-        m_operations.insert(row, RowInserted);
+    if (it != m_operations.end()) {
+        // The new block replaces the old key row in the same place; a pending
+        // change goes with the old entry.
+        it = m_operations.erase(it);
+        m_operations.insert(it, row, { RowInserted, Record() });
         return;
     }
-    if (it.value() == RowUpdated)
-        m_changes.remove(row);
-    // The new block replaces the old key row in the same place.
-    it = m_operations.erase(it);
-    m_operations.insert(it, row, RowInserted);
+    m_operations.insert(row, { RowInserted, Record() });
 }
 
 void RecordsTrans::mergeRemovedRow(const Record &row)
 {
     auto it = m_operations.find(row);
     if (it == m_operations.end()) {
-        m_operations.insert(row, RowRemoved);
+        m_operations.insert(row, { RowRemoved, Record() });
         return;
     }
-    switch (it.value()) {
+    switch (it.value().code) {
     case RowUpdated:
-        it.value() = RowRemoved;
-        m_changes.remove(row);
+        it.value() = { RowRemoved, Record() };
         break;
     case RowInserted:
         // Not cancelled: a removal of that key remains pending.
-        it.value() = RowRemoved;
+        it.value().code = RowRemoved;
         break;
     default:
         break;
@@ -167,33 +166,25 @@ void RecordsTrans::mergeUpdatedRow(const Record &row, const Record &change, int 
 {
     auto it = m_operations.find(row);
     if (it == m_operations.end()) {
-        m_operations.insert(row, RowUpdated);
-        m_changes.insert(change, RowUpdated);
+        m_operations.insert(row, { RowUpdated, change });
         return;
     }
-    switch (it.value()) {
+    Entry &entry = it.value();
+    switch (entry.code) {
     case RowRemoved:
-        it.value() = RowUpdated;
-        m_changes.insert(change, RowUpdated);
+        entry = { RowUpdated, change };
         break;
     case RowInserted:
         // The pending row is the one to be inserted; the update is dropped.
         break;
-    case RowUpdated: {
-        auto pending = m_changes.find(change);
-        if (pending == m_changes.end()) {
-            m_changes.insert(change, RowUpdated);
-        } else {
-            // This update's columns land in the clone already pending, which
-            // keeps its place in the map.
-            const Record &existing = pending.key();
-            if (existing != change)
-                m_table->copyRowContent(const_cast<unsigned char *>(existing.rowPtr()),
-                                        change.rowPtr(), first, last);
-            pending.value() = RowUpdated;
-        }
+    case RowUpdated:
+        if (entry.change.isNull())
+            entry.change = change;
+        else if (entry.change != change)
+            // This update's columns land in the clone already pending.
+            m_table->copyRowContent(const_cast<unsigned char *>(entry.change.rowPtr()),
+                                    change.rowPtr(), first, last);
         break;
-    }
     default:
         break;
     }
@@ -201,14 +192,13 @@ void RecordsTrans::mergeUpdatedRow(const Record &row, const Record &change, int 
 
 void RecordsTrans::merge(RecordsTrans &other)
 {
-    if (!other.m_changes.isEmpty())
+    if (!other.changeList().isEmpty())
         extendColumns(other.m_minColumn, other.m_maxColumn);
     // A copy, so that the walk is stable even when `other` is this transaction.
     const Map operations = other.m_operations;
-    const Map changes = other.m_changes;
     for (auto it = operations.cbegin(), end = operations.cend(); it != end; ++it) {
         const Record &key = it.key();
-        switch (it.value()) {
+        switch (it.value().code) {
         case RowInserted:
             mergeInsertedRow(key);
             break;
@@ -216,9 +206,9 @@ void RecordsTrans::merge(RecordsTrans &other)
             mergeRemovedRow(key);
             break;
         case RowUpdated: {
-            auto change = changes.find(key);
-            const Record changed = change != changes.end() ? Record(change.key()) : key.clone();
-            mergeUpdatedRow(key, changed, other.m_minColumn, other.m_maxColumn);
+            const Record &change = it.value().change;
+            mergeUpdatedRow(key, change.isNull() ? key.clone() : change, other.m_minColumn,
+                            other.m_maxColumn);
             break;
         }
         default:
@@ -260,35 +250,23 @@ void RecordUpdater::findInMaster(const Record &key, int from)
 void RecordUpdater::updateInMap()
 {
     RecordsTrans::Map &operations = m_trans->m_operations;
-    RecordsTrans::Map &changes = m_trans->m_changes;
-    auto cloneIntoChanges = [&] {
-        Record::operator=(clone());
-        changes.insert(*this, RecordsTrans::RowUpdated);
-    };
-
     m_node = operations.find(*this);
-    if (m_node == operations.end()) {
-        m_node = operations.insert(*this, RecordsTrans::RowUpdated);
-        cloneIntoChanges();
-    } else {
-        switch (m_node.value()) {
-        case RecordsTrans::RowRemoved:
-            m_node.value() = RecordsTrans::RowUpdated;
-            cloneIntoChanges();
-            break;
-        case RecordsTrans::RowUpdated: {
-            // Successive updaters of one key share one clone.
-            auto pending = changes.find(*this);
-            if (pending != changes.end())
-                Record::operator=(pending.key().record());
-            else
-                cloneIntoChanges();
-            break;
-        }
-        default:
-            // RowInserted: write to the row that will be inserted.
-            break;
-        }
+    if (m_node == operations.end())
+        m_node = operations.insert(*this, { RecordsTrans::RowUpdated, Record() });
+    RecordsTrans::Entry &entry = m_node.value();
+    switch (entry.code) {
+    case RecordsTrans::RowRemoved:
+        entry.code = RecordsTrans::RowUpdated;
+        Q_FALLTHROUGH();
+    case RecordsTrans::RowUpdated:
+        // Successive updaters of one key share one clone.
+        if (entry.change.isNull())
+            entry.change = clone();
+        Record::operator=(entry.change);
+        break;
+    default:
+        // RowInserted: write to the row that will be inserted.
+        break;
     }
     m_found = true;
 }
@@ -302,7 +280,7 @@ void RecordUpdater::insertInMap(const Record &key)
         return;
     }
     Record::operator=(key);
-    m_node = operations.insert(m_node, key, RecordsTrans::RowInserted);
+    m_node = operations.insert(m_node, key, { RecordsTrans::RowInserted, Record() });
 }
 
 RecordUpdater &RecordUpdater::operator=(const Record &other)
@@ -341,14 +319,13 @@ void RecordUpdater::remove()
     RecordsTrans::Map &operations = m_trans->m_operations;
     if (m_node == operations.end())
         return;
-    if (m_node.value() == RecordsTrans::RowInserted) {
+    if (m_node.value().code == RecordsTrans::RowInserted) {
         operations.erase(m_node);
         m_node = operations.end();
         m_found = false;
         return;
     }
-    m_node.value() = RecordsTrans::RowRemoved;
-    m_trans->m_changes.remove(m_node.key());
+    m_node.value() = { RecordsTrans::RowRemoved, Record() };
 }
 
 void RecordUpdater::extendColumns(int first, int last)

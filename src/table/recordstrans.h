@@ -28,15 +28,21 @@ private:
 // A set of intended inserts, updates and removals of one table, merged per key
 // and handed to the table in one piece, so that each index does its work once.
 //
-// An update is pending as two images: the table's own block under RowUpdated in
-// the operations, unchanged, and a clone with the new values in the changes.
+// An update is pending as two images: the table's own block under RowUpdated,
+// unchanged, and a clone with the new values beside it in the same map entry,
+// so that an updated row costs one map node and one clone.
 // A transaction is applied when executed or destroyed. It belongs to one thread
 // and takes no lock: the caller holds the table's update bracket.
 class TABLEDB_EXPORT RecordsTrans
 {
 public:
     enum Operation { RowInserted = 1, RowRemoved = 2, RowUpdated = 3 };
-    typedef QMap<RecordsTransKey, int> Map;
+    struct Entry
+    {
+        int code; // an Operation
+        Record change; // RowUpdated: the clone carrying the new values
+    };
+    typedef QMap<RecordsTransKey, Entry> Map;
 
     explicit RecordsTrans(Table *table);
     RecordsTrans(const RecordsTrans &other);
@@ -47,7 +53,7 @@ public:
     // first one reaches its handler.
     ~RecordsTrans() noexcept;
 
-    // Empties both maps; the column range stays.
+    // Forgets all pending work; the column range stays.
     void clear();
     bool isEmpty() const { return m_operations.isEmpty(); }
     bool contains(const Record &record) const;
@@ -86,7 +92,6 @@ private:
     int m_minColumn;
     int m_maxColumn;
     Map m_operations;
-    Map m_changes;
     Table *m_table;
     int m_uncaughtAtCreation; // to tell destruction by unwinding
 
@@ -128,7 +133,7 @@ protected:
 private:
     RecordsTrans *m_trans;
     bool m_found;
-    RecordsTrans::Map::iterator m_node; // the row's entry in the operations
+    RecordsTrans::Map::iterator m_node; // the row's entry in the transaction
 };
 
 #endif // TABLEDB_TABLE_RECORDSTRANS_H
