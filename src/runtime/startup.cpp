@@ -4,6 +4,7 @@
 // order below is the order of a normal load, not a requirement on callers.
 
 #include "numeric/decimal.h"
+#include "pricing/optionpricing_p.h"
 #include "numeric/decimal_p.h"
 
 namespace {
@@ -13,6 +14,7 @@ struct LibraryStartup
     LibraryStartup()
     {
         // 1. The pricing constant 1/sqrt(2*pi).
+        normDensityConstant();
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
         decimal::metatypeId();
         // 3. The five patterns of decimal.
