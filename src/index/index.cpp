@@ -1,5 +1,7 @@
 #include "index/index.h"
 
+#include "runtime/elapsed_p.h"
+
 int64 Index::m_nsecsElapsedTotal = 0;
 
 Index::Index() : m_nsecsElapsed(0) { }
@@ -56,16 +58,7 @@ void Index::dependentEndUpdate(Table *) { }
 
 decimal Index::percentElapsed() const
 {
-    const int64 unit = m_nsecsElapsedTotal / 10000;
-    if (unit == 0)
-        return decimal::zero;
-    int64 v = m_nsecsElapsed / unit;
-    short scale = 2;
-    while ((v & 0x7F00000000000000LL) != 0 && scale >= -63) {
-        --scale;
-        v /= 10;
-    }
-    return decimal(v, scale);
+    return elapsedPercent(m_nsecsElapsed, m_nsecsElapsedTotal);
 }
 
 void IndexDependBase::build()

@@ -6,6 +6,7 @@
 #include "numeric/decimal.h"
 #include "pricing/optionpricing_p.h"
 #include "numeric/decimal_p.h"
+#include "numeric/stringpool.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ struct LibraryStartup
         // 6. The five patterns of xdecimal.
         // 7. xdecimal::zero, minimum and maximum.
         // 8. The global StringPool.
+        StringPool::global();
     }
 };
 

@@ -162,6 +162,7 @@ protected:
 
 private:
     StringPool *stringPool();
+    void drainPending();
 
     TablePrivate *d;
     QPointer<StringPool> m_stringPool;

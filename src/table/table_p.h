@@ -1,6 +1,7 @@
 #ifndef TABLEDB_TABLE_TABLE_P_H
 #define TABLEDB_TABLE_TABLE_P_H
 
+#include "table/recordstrans.h"
 #include "table/table.h"
 
 #include <QAtomicInt>
@@ -11,7 +12,7 @@
 class TablePrivate
 {
 public:
-    TablePrivate(const QString &name, const QString &title);
+    TablePrivate(Table *table, const QString &name, const QString &title);
     ~TablePrivate();
 
     // Enters `name` as the number of the column about to be appended.
@@ -31,7 +32,7 @@ public:
     QMap<QString, int> columnMap;
     QAtomicInt updateDepth;
     Table::TransactionState transactionState = Table::TransactionIdle;
-    RecordsTrans *pendingTrans = nullptr; // owned
+    RecordsTrans pendingTrans; // work that arrived during a transaction
     QMutex mutex { QMutex::Recursive };
 };
 

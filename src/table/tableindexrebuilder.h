@@ -19,6 +19,10 @@ public:
     explicit TableIndexRebuilder(Table *table);
     ~TableIndexRebuilder();
 
+    // A copy would put every index back twice.
+    TableIndexRebuilder(const TableIndexRebuilder &) = delete;
+    TableIndexRebuilder &operator=(const TableIndexRebuilder &) = delete;
+
 protected:
     void detectIndexGroup(const QList<Index *> &list);
 

@@ -1,0 +1,3 @@
+#include "index/indexiterative.h"
+
+IndexIterative::~IndexIterative() = default;

@@ -1,0 +1,363 @@
+#include "index/indexsort.h"
+
+#include "index/concurrentsort.h"
+
+#include <QMessageLogger>
+
+#include <algorithm>
+
+namespace {
+
+typedef PartitionList<Record>::const_iterator ConstIterator;
+
+} // namespace
+
+IndexSort::IndexSort(Table *table, bool registered) : IndexList(table, registered) { }
+
+IndexSort::IndexSort(const QString &tableName, bool registered)
+    : IndexList(tableName, registered)
+{
+}
+
+QString IndexSort::getClassName() const
+{
+    return QStringLiteral("IndexSort");
+}
+
+int IndexSort::indexOfAdd(const Record &record) const
+{
+    int lo = 0;
+    int hi = count();
+    ConstIterator loIt = begin();
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo) >> 1);
+        const ConstIterator midIt = loIt + (mid - lo);
+        if (compare(*midIt, record) <= 0) {
+            lo = mid + 1;
+            loIt = midIt + 1;
+        } else {
+            hi = mid;
+        }
+    }
+    return lo;
+}
+
+ConstIterator IndexSort::lowerBound(const Record &record) const
+{
+    int lo = 0;
+    int hi = count();
+    ConstIterator loIt = begin();
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo) >> 1);
+        const ConstIterator midIt = loIt + (mid - lo);
+        if (compare(*midIt, record) < 0) {
+            lo = mid + 1;
+            loIt = midIt + 1;
+        } else {
+            hi = mid;
+        }
+    }
+    return loIt;
+}
+
+int IndexSort::searchFirst(const Record &record, int from) const
+{
+    int lo = qMax(from + 1, 0);
+    int hi = count();
+    int result = -1;
+    if (lo >= hi)
+        return -1;
+    ConstIterator loIt = begin() + lo;
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo) >> 1);
+        const ConstIterator midIt = loIt + (mid - lo);
+        const int c = compare(*midIt, record);
+        if (c > 0) {
+            hi = mid;
+        } else if (c < 0) {
+            lo = mid + 1;
+            loIt = midIt + 1;
+        } else {
+            result = mid;
+            hi = mid;
+        }
+    }
+    return result;
+}
+
+int IndexSort::search(const Record &record, int from) const
+{
+    return searchFirst(record, from);
+}
+
+int IndexSort::searchLast(const Record &record, int from) const
+{
+    int lo = qMax(from + 1, 0);
+    int hi = count();
+    int result = -1;
+    if (lo >= hi)
+        return -1;
+    ConstIterator loIt = begin() + lo;
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo) >> 1);
+        const ConstIterator midIt = loIt + (mid - lo);
+        const int c = compare(*midIt, record);
+        if (c > 0) {
+            hi = mid;
+        } else {
+            if (c == 0)
+                result = mid;
+            lo = mid + 1;
+            loIt = midIt + 1;
+        }
+    }
+    return result;
+}
+
+int IndexSort::searchFull(const Record &record, int from) const
+{
+    const int start = qMax(from + 1, 0);
+    if (start >= count())
+        return -1;
+    int steps = 0;
+    for (ConstIterator it = begin() + start, e = end(); it != e; ++it, ++steps) {
+        if (compare(*it, record) == 0)
+            return steps;
+    }
+    return -1;
+}
+
+Record IndexSort::find(const Record &record, int from) const
+{
+    const int p = searchFirst(record, from);
+    if (p == -1)
+        return Record();
+    return *(begin() + p);
+}
+
+void IndexSort::add(const Record &record)
+{
+    m_list.insert(indexOfAdd(record), record);
+}
+
+void IndexSort::build()
+{
+    IndexList::build();
+    resort();
+}
+
+void IndexSort::resort()
+{
+    if (m_list.isEmpty())
+        return;
+    ConcurrentSort::sort(m_list.begin(), m_list.end(), LessThan(this));
+}
+
+int IndexSort::indexOf(const Record &record) const
+{
+    const ConstIterator first = begin();
+    const ConstIterator last = end();
+    for (ConstIterator it = lowerBound(record); it != last; ++it) {
+        if (*it == record)
+            return int(it - first);
+        if (compare(*it, record) > 0)
+            break;
+    }
+    // The key changed since the row was placed.
+    return m_list.indexOf(record);
+}
+
+void IndexSort::replace(const Record &record, int p)
+{
+    const Record row = record; // `record` may be the list's own element
+    // A wrong position hint must not cost another row its place.
+    if (p < 0 || p >= count() || m_list.at(p) != row)
+        p = m_list.indexOf(row);
+    if (p != -1)
+        m_list.removeAt(p);
+    m_list.insert(indexOfAdd(row), row);
+}
+
+void IndexSort::update(const Record &record, int, int, int index)
+{
+    if (!filter(record)) {
+        remove(record, -1);
+        return;
+    }
+    int p = index;
+    if (p < -1 || p >= count())
+        p = -1; // a hint outside the list says nothing
+    if (p == -1) {
+        bool found = false;
+        p = search(record, -1);
+        if (p != -1 && p < count()) {
+            const int n = count();
+            for (ConstIterator it = begin() + p;; ++it) {
+                if (*it == record) {
+                    found = true;
+                    break;
+                }
+                if (compare(record, *it) != 0 || p + 1 >= n)
+                    break;
+                ++p;
+            }
+        }
+        if (!found) {
+            p = m_list.indexOf(record);
+            if (p == -1) {
+                add(record);
+                return;
+            }
+            QMessageLogger(__FILE__, __LINE__, Q_FUNC_INFO).warning().noquote()
+                    << "IndexSort::update"
+                    << "Full search can impact the performance";
+            replace(record, p);
+            return;
+        }
+    }
+    const ConstIterator at = begin() + p;
+    if (p != 0 && compare(*(at - 1), record) > 0) {
+        replace(record, p);
+        return;
+    }
+    if (p + 1 >= count())
+        return;
+    if (compare(record, *(at + 1)) <= 0)
+        return; // still in its place
+    replace(record, p);
+}
+
+QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
+{
+    QMap<Record, int> result;
+    const ConstIterator first = begin();
+    const ConstIterator last = end();
+
+    // By key: the row stands among the rows of its key unless its key moved.
+    QList<Record> missed;
+    for (const Record &entry : qAsConst(records)) {
+        ConstIterator it = lowerBound(entry);
+        if (it == last) {
+            missed.append(entry);
+            continue;
+        }
+        while (it != last && *it != entry && compare(entry, *it) == 0)
+            ++it;
+        if (it != last && *it == entry)
+            result.insert(entry, int(it - first));
+        else
+            missed.append(entry);
+    }
+    records.swap(missed);
+
+    // By walking. The entry used up is the first one not below the list's row,
+    // whether or not it is that row; batch maintenance depends on exactly this.
+    int n = 0;
+    for (ConstIterator it = first; it != last && !records.isEmpty(); ++it, ++n) {
+        const auto e = std::lower_bound(records.begin(), records.end(), *it);
+        if (e == records.end())
+            continue;
+        result.insert(*it, n);
+        records.erase(e);
+    }
+
+    for (const Record &entry : qAsConst(records))
+        result.insert(entry, -1);
+    return result;
+}
+
+void IndexSort::process(const QList<Record> &removed, const QList<Record> &updated, int, int,
+                        const QList<Record> &inserted)
+{
+    timer.restart();
+
+    QMap<Record, int> positions;
+    {
+        // Ordered by row address; a row listed twice stays twice.
+        QList<Record> lookup;
+        lookup.reserve(removed.count() + updated.count());
+        lookup.append(removed);
+        lookup.append(updated);
+        std::stable_sort(lookup.begin(), lookup.end());
+        positions = indexOfs(lookup);
+    }
+
+    RangeSet<int> ranges;
+    QList<Record> pending;
+    pending.reserve(inserted.count());
+
+    for (const Record &row : removed) {
+        // Default-inserting on purpose: a row missing from the result reads 0.
+        const int p = positions[row];
+        if (p != -1)
+            ranges.add(p, p + 1);
+    }
+    for (const Record &row : inserted) {
+        if (filter(row))
+            pending.append(row);
+    }
+    const int n = count();
+    for (const Record &row : updated) {
+        const int p = positions[row];
+        const bool f = filter(row);
+        if (p == -1) {
+            if (f)
+                pending.append(row);
+        } else if (!f) {
+            ranges.add(p, p + 1);
+        } else if (p < n) {
+            const ConstIterator at = begin() + p;
+            if ((p != 0 && compare(row, *(at - 1)) < 0)
+                || (p + 1 != n && compare(row, *(at + 1)) > 0)) {
+                ranges.add(p, p + 1);
+                pending.append(row);
+            }
+        }
+    }
+
+    m_list.removeRanges(ranges);
+
+    if (!pending.isEmpty()) {
+        const LessThan lessThan(this);
+        ConcurrentSort::sort(pending.begin(), pending.end(), lessThan);
+
+        typedef PartitionList<Record>::iterator Iterator;
+        QList<Record> batch;
+        Iterator anchor = m_list.begin();
+        Iterator start = anchor;
+        for (const Record &row : qAsConst(pending)) {
+            // Upper bound in [start, end()): rows of an equal key stay in front.
+            Iterator u = start;
+            std::ptrdiff_t length = m_list.end() - start;
+            while (length > 0) {
+                const std::ptrdiff_t half = length >> 1;
+                const Iterator mid = u + half;
+                if (lessThan(row, *mid)) {
+                    length = half;
+                } else {
+                    u = mid + 1;
+                    length -= half + 1;
+                }
+            }
+            start = u;
+            if (u != anchor) {
+                const int target = batch.count() + int(u - m_list.begin());
+                if (!batch.isEmpty()) {
+                    m_list.insert(int(anchor - m_list.begin()), batch);
+                    batch.clear();
+                    // The insertion may have split a block: no iterator survives.
+                    start = anchor = m_list.begin() + target;
+                } else {
+                    anchor = u;
+                }
+            }
+            batch.append(row);
+        }
+        if (!batch.isEmpty())
+            m_list.insert(int(anchor - m_list.begin()), batch);
+    }
+
+    m_nsecsElapsed += timer.nsecsElapsed();
+    // A second reading on purpose, as in Index::process.
+    m_nsecsElapsedTotal += timer.nsecsElapsed();
+}

@@ -1,0 +1,20 @@
+#include "index/masterptrindex.h"
+
+MasterPtrIndex::MasterPtrIndex(Table *table) : MasterIndex(table) { }
+
+int MasterPtrIndex::compare(const Record &a, const Record &b) const
+{
+    const quintptr x = reinterpret_cast<quintptr>(a.rowPtr());
+    const quintptr y = reinterpret_cast<quintptr>(b.rowPtr());
+    return x < y ? -1 : (x > y ? 1 : 0);
+}
+
+QString MasterPtrIndex::toText(const Record &) const
+{
+    return QString();
+}
+
+Record MasterPtrIndex::fromText(const QString &) const
+{
+    return Record(m_table);
+}

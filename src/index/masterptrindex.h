@@ -1,0 +1,19 @@
+#ifndef TABLEDB_INDEX_MASTERPTRINDEX_H
+#define TABLEDB_INDEX_MASTERPTRINDEX_H
+
+#include "index/masterindex.h"
+
+// A master index ordered by row address: a fixed total order with no other
+// meaning. Rows keep their position for life, so an update never moves one.
+class TABLEDB_EXPORT MasterPtrIndex : public MasterIndex
+{
+public:
+    explicit MasterPtrIndex(Table *table);
+
+    // -1, 0 or 1 by the addresses as unsigned numbers.
+    int compare(const Record &a, const Record &b) const override;
+    QString toText(const Record &record) const override; // always empty
+    Record fromText(const QString &text) const override; // a blank row
+};
+
+#endif // TABLEDB_INDEX_MASTERPTRINDEX_H

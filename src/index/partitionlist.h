@@ -1,0 +1,654 @@
+#ifndef TABLEDB_INDEX_PARTITIONLIST_H
+#define TABLEDB_INDEX_PARTITIONLIST_H
+
+#include "index/rangeset.h"
+
+#include <QList>
+#include <QVector>
+#include <QtGlobal>
+
+#include <cstddef>
+#include <cstring>
+#include <iterator>
+#include <new>
+#include <utility>
+
+// A sequence cut into blocks of at most some 10000 elements, so that inserting
+// or removing in the middle of millions of elements moves at most one block.
+//
+// The block vector always starts and ends with a null slot; iterators rely on
+// them to step over both ends without bound checks. An empty list is exactly
+// the two nulls.
+//
+// REQUIRES: T is relocatable (can be moved with a byte copy), as Record and
+// MasterKey are. Not thread-safe: the owner's locking rules apply. Every change
+// of the list invalidates all iterators.
+template <typename T>
+class PartitionList
+{
+public:
+    struct Partition
+    {
+        T *data; // one reference per element is owned here
+        T *end; // data + size, kept up to date
+        int size;
+        int capacity;
+        PartitionList<T> *owner;
+    };
+
+    class const_iterator;
+
+    // Random access; arithmetic skips whole blocks, so `it + n` costs the
+    // number of blocks passed, not n.
+    class iterator
+    {
+    public:
+        typedef std::random_access_iterator_tag iterator_category;
+        typedef T value_type;
+        typedef std::ptrdiff_t difference_type;
+        typedef T *pointer;
+        typedef T &reference;
+
+        iterator() : slot(nullptr), element(nullptr) { }
+        iterator(Partition *const *s, T *e) : slot(s), element(e) { }
+
+        T &operator*() const { return *element; }
+        T *operator->() const { return element; }
+        T &operator[](difference_type n) const { return *(*this + n); }
+
+        iterator &operator++()
+        {
+            if (++element == (*slot)->end) {
+                ++slot;
+                element = *slot ? (*slot)->data : nullptr;
+            }
+            return *this;
+        }
+        iterator operator++(int)
+        {
+            iterator old = *this;
+            ++*this;
+            return old;
+        }
+        iterator &operator--()
+        {
+            if (!*slot || element == (*slot)->data) {
+                --slot;
+                if (!*slot) {
+                    element = nullptr;
+                    return *this;
+                }
+                element = (*slot)->end;
+            }
+            --element;
+            return *this;
+        }
+        iterator operator--(int)
+        {
+            iterator old = *this;
+            --*this;
+            return old;
+        }
+        iterator &operator+=(difference_type n)
+        {
+            PartitionList::advance(slot, element, n);
+            return *this;
+        }
+        iterator &operator-=(difference_type n) { return *this += -n; }
+        iterator operator+(difference_type n) const
+        {
+            iterator r = *this;
+            return r += n;
+        }
+        friend iterator operator+(difference_type n, const iterator &it) { return it + n; }
+        iterator operator-(difference_type n) const
+        {
+            iterator r = *this;
+            return r += -n;
+        }
+        difference_type operator-(const iterator &o) const
+        {
+            return PartitionList::distance(o.slot, o.element, slot, element);
+        }
+
+        bool operator==(const iterator &o) const { return slot == o.slot && element == o.element; }
+        bool operator!=(const iterator &o) const { return !(*this == o); }
+        bool operator<(const iterator &o) const
+        {
+            return slot < o.slot || (slot == o.slot && element < o.element);
+        }
+        bool operator>(const iterator &o) const { return o < *this; }
+        bool operator<=(const iterator &o) const { return !(o < *this); }
+        bool operator>=(const iterator &o) const { return !(*this < o); }
+
+    private:
+        Partition *const *slot;
+        T *element; // null at a null slot
+        friend class const_iterator;
+        friend class PartitionList;
+    };
+
+    class const_iterator
+    {
+    public:
+        typedef std::random_access_iterator_tag iterator_category;
+        typedef T value_type;
+        typedef std::ptrdiff_t difference_type;
+        typedef const T *pointer;
+        typedef const T &reference;
+
+        const_iterator() { }
+        const_iterator(const iterator &it) : i(it) { }
+
+        const T &operator*() const { return *i; }
+        const T *operator->() const { return i.element; }
+        const T &operator[](difference_type n) const { return i[n]; }
+
+        const_iterator &operator++()
+        {
+            ++i;
+            return *this;
+        }
+        const_iterator operator++(int)
+        {
+            const_iterator old = *this;
+            ++i;
+            return old;
+        }
+        const_iterator &operator--()
+        {
+            --i;
+            return *this;
+        }
+        const_iterator operator--(int)
+        {
+            const_iterator old = *this;
+            --i;
+            return old;
+        }
+        const_iterator &operator+=(difference_type n)
+        {
+            i += n;
+            return *this;
+        }
+        const_iterator &operator-=(difference_type n)
+        {
+            i -= n;
+            return *this;
+        }
+        const_iterator operator+(difference_type n) const { return const_iterator(i + n); }
+        friend const_iterator operator+(difference_type n, const const_iterator &it)
+        {
+            return it + n;
+        }
+        const_iterator operator-(difference_type n) const { return const_iterator(i - n); }
+        difference_type operator-(const const_iterator &o) const { return i - o.i; }
+
+        bool operator==(const const_iterator &o) const { return i == o.i; }
+        bool operator!=(const const_iterator &o) const { return i != o.i; }
+        bool operator<(const const_iterator &o) const { return i < o.i; }
+        bool operator>(const const_iterator &o) const { return o.i < i; }
+        bool operator<=(const const_iterator &o) const { return !(o.i < i); }
+        bool operator>=(const const_iterator &o) const { return !(i < o.i); }
+
+    private:
+        iterator i;
+    };
+
+    PartitionList();
+    PartitionList(const PartitionList &other);
+    PartitionList &operator=(const PartitionList &other);
+    ~PartitionList();
+
+    int count() const { return m_count; }
+    int size() const { return m_count; }
+    bool isEmpty() const { return m_count == 0; }
+    // Number of blocks; for tests and statistics.
+    int partitionCount() const { return m_partitions.size() - 2; }
+    // Size of block `i`, 0 <= i < partitionCount().
+    int partitionSize(int i) const { return m_partitions.at(i + 1)->size; }
+
+    iterator begin()
+    {
+        Partition *const *s = m_partitions.constData() + 1;
+        return iterator(s, *s ? (*s)->data : nullptr);
+    }
+    iterator end() { return iterator(m_partitions.constData() + m_partitions.size() - 1, nullptr); }
+    const_iterator begin() const { return const_cast<PartitionList *>(this)->begin(); }
+    const_iterator end() const { return const_cast<PartitionList *>(this)->end(); }
+    const_iterator cbegin() const { return begin(); }
+    const_iterator cend() const { return end(); }
+
+    // Appends to the last block while it stays below 10000 elements, so append
+    // alone fills a block to 9999 and never to 10000.
+    void append(const T &value);
+    // A position on a block boundary goes at the end of the earlier block. A
+    // position past the end makes a new last block; a negative one counts as 0.
+    void insert(int position, const T &value);
+    // Opens one gap for all values; the block may grow far beyond 10000 and is
+    // split at most once, in halves.
+    void insert(int position, const QList<T> &values);
+    // A position out of range does nothing. Merges small neighbour blocks.
+    void removeAt(int position);
+    // Removes every range of the set in one pass over the blocks: each kept
+    // element moves at most once. Positions past the end are ignored. Merges
+    // small neighbours even when the set is empty.
+    void removeRanges(const RangeSet<int> &ranges);
+    void clear();
+
+    // Costs one step per block. A position out of range gives a reference to a
+    // static empty T.
+    const T &at(int position) const;
+    // Linear search by operator==; -1 if absent.
+    int indexOf(const T &value) const;
+
+private:
+    Partition *newPartition(int capacity);
+    void deletePartition(Partition *p); // releases its elements too
+    static void reserve(Partition *p, int capacity);
+    // Moves all elements of `from` behind those of `to`; `from` ends empty.
+    static void appendPartition(Partition *to, Partition *from);
+    void splitAt(int slot); // when the block has reached the maximum size
+    void mergeAround(int slot);
+    static void advance(Partition *const *&slot, T *&element, std::ptrdiff_t n);
+    static std::ptrdiff_t distance(Partition *const *fromSlot, T *fromElement,
+                                   Partition *const *toSlot, T *toElement);
+
+    int m_count;
+    int m_maxPartitionSize; // 10000
+    int m_mergeThreshold; // 5000
+    QVector<Partition *> m_partitions; // null, blocks..., null
+};
+
+template <typename T>
+PartitionList<T>::PartitionList()
+    : m_count(0), m_maxPartitionSize(10000), m_mergeThreshold(5000)
+{
+    m_partitions.reserve(8);
+    m_partitions.append(nullptr);
+    m_partitions.append(nullptr);
+}
+
+template <typename T>
+PartitionList<T>::PartitionList(const PartitionList &other) : PartitionList()
+{
+    *this = other;
+}
+
+template <typename T>
+PartitionList<T> &PartitionList<T>::operator=(const PartitionList &other)
+{
+    if (this == &other)
+        return *this;
+    clear();
+    for (int s = 1; s < other.m_partitions.size() - 1; ++s) {
+        const Partition *src = other.m_partitions.at(s);
+        Partition *p = newPartition(qMax(src->size, m_maxPartitionSize + 2));
+        for (const T *e = src->data; e != src->end; ++e)
+            new (p->data + p->size++) T(*e);
+        p->end = p->data + p->size;
+        m_partitions.insert(m_partitions.size() - 1, p);
+    }
+    m_count = other.m_count;
+    return *this;
+}
+
+template <typename T>
+PartitionList<T>::~PartitionList()
+{
+    clear();
+}
+
+template <typename T>
+typename PartitionList<T>::Partition *PartitionList<T>::newPartition(int capacity)
+{
+    T *data = static_cast<T *>(qMallocAligned(size_t(capacity) * sizeof(T), 8));
+    if (!data)
+        qBadAlloc();
+    Partition *p = new Partition;
+    p->data = data;
+    p->end = p->data;
+    p->size = 0;
+    p->capacity = capacity;
+    p->owner = this;
+    return p;
+}
+
+template <typename T>
+void PartitionList<T>::deletePartition(Partition *p)
+{
+    for (T *e = p->data; e != p->end; ++e)
+        e->~T();
+    qFreeAligned(p->data);
+    delete p;
+}
+
+template <typename T>
+void PartitionList<T>::reserve(Partition *p, int capacity)
+{
+    if (capacity <= p->capacity)
+        return;
+    void *data = qReallocAligned(p->data, size_t(capacity) * sizeof(T),
+                                 size_t(p->capacity) * sizeof(T), 8);
+    if (!data)
+        qBadAlloc();
+    p->data = static_cast<T *>(data);
+    p->end = p->data + p->size;
+    p->capacity = capacity;
+}
+
+template <typename T>
+void PartitionList<T>::appendPartition(Partition *to, Partition *from)
+{
+    reserve(to, to->size + from->size);
+    std::memcpy(static_cast<void *>(to->end), static_cast<const void *>(from->data),
+                size_t(from->size) * sizeof(T));
+    to->size += from->size;
+    to->end = to->data + to->size;
+    from->size = 0;
+    from->end = from->data;
+}
+
+template <typename T>
+void PartitionList<T>::append(const T &value)
+{
+    T copy(value); // `value` may live in the last block
+    Partition *last = m_partitions.at(m_partitions.size() - 2);
+    if (!last || last->size + 1 >= m_maxPartitionSize) {
+        last = newPartition(m_maxPartitionSize + 2);
+        m_partitions.last() = last;
+        m_partitions.append(nullptr);
+    }
+    reserve(last, last->size + 1);
+    new (last->end) T(std::move(copy));
+    ++last->size;
+    ++last->end;
+    ++m_count;
+}
+
+template <typename T>
+void PartitionList<T>::insert(int position, const T &value)
+{
+    int n = qMax(position, 0);
+    int s = 1;
+    for (; m_partitions.at(s); ++s) {
+        if (n <= m_partitions.at(s)->size)
+            break;
+        n -= m_partitions.at(s)->size;
+    }
+    Partition *p = m_partitions.at(s);
+    if (!p) {
+        p = newPartition(m_maxPartitionSize + 2);
+        m_partitions[s] = p;
+        m_partitions.append(nullptr);
+        n = 0;
+    }
+    // Copy first: `value` may live in this very block, which may move.
+    T copy(value);
+    reserve(p, p->size + 1);
+    std::memmove(static_cast<void *>(p->data + n + 1), static_cast<const void *>(p->data + n),
+                 size_t(p->size - n) * sizeof(T));
+    new (p->data + n) T(std::move(copy));
+    ++p->size;
+    ++p->end;
+    ++m_count;
+    if (p->size >= m_maxPartitionSize)
+        splitAt(s);
+}
+
+template <typename T>
+void PartitionList<T>::insert(int position, const QList<T> &values)
+{
+    const int k = values.size();
+    if (k == 0)
+        return;
+    int n = qMax(position, 0);
+    int s = 1;
+    for (; m_partitions.at(s); ++s) {
+        if (n <= m_partitions.at(s)->size)
+            break;
+        n -= m_partitions.at(s)->size;
+    }
+    Partition *p = m_partitions.at(s);
+    if (!p) {
+        p = newPartition(qMax(m_maxPartitionSize + 2, k));
+        m_partitions[s] = p;
+        m_partitions.append(nullptr);
+        n = 0;
+    }
+    reserve(p, p->size + k);
+    std::memmove(static_cast<void *>(p->data + n + k), static_cast<const void *>(p->data + n),
+                 size_t(p->size - n) * sizeof(T));
+    T *dst = p->data + n;
+    for (const T &v : values)
+        new (dst++) T(v);
+    p->size += k;
+    p->end = p->data + p->size;
+    m_count += k;
+    if (p->size >= m_maxPartitionSize)
+        splitAt(s);
+}
+
+template <typename T>
+void PartitionList<T>::splitAt(int s)
+{
+    Partition *p = m_partitions.at(s);
+    const int keep = p->size / 2;
+    const int rest = p->size - keep;
+    Partition *q = newPartition(qMax(m_maxPartitionSize + 2, rest));
+    std::memcpy(static_cast<void *>(q->data), static_cast<const void *>(p->data + keep),
+                size_t(rest) * sizeof(T));
+    q->size = rest;
+    q->end = q->data + rest;
+    p->size = keep;
+    p->end = p->data + keep;
+    m_partitions.insert(s + 1, q);
+}
+
+template <typename T>
+void PartitionList<T>::removeAt(int position)
+{
+    if (position < 0)
+        return;
+    int n = position;
+    int s = 1;
+    for (; m_partitions.at(s); ++s) {
+        if (n < m_partitions.at(s)->size)
+            break;
+        n -= m_partitions.at(s)->size;
+    }
+    Partition *p = m_partitions.at(s);
+    if (!p)
+        return;
+    p->data[n].~T();
+    std::memmove(static_cast<void *>(p->data + n), static_cast<const void *>(p->data + n + 1),
+                 size_t(p->size - n - 1) * sizeof(T));
+    --p->size;
+    --p->end;
+    --m_count;
+    if (p->size == 0) {
+        m_partitions.remove(s);
+        deletePartition(p);
+        return;
+    }
+    mergeAround(s);
+}
+
+template <typename T>
+void PartitionList<T>::mergeAround(int s)
+{
+    Partition *p = m_partitions.at(s);
+    Partition *next = m_partitions.at(s + 1);
+    if (next && p->size + next->size < m_mergeThreshold) {
+        appendPartition(p, next);
+        m_partitions.remove(s + 1);
+        deletePartition(next);
+    }
+    Partition *prev = m_partitions.at(s - 1);
+    if (prev && prev->size + p->size < m_mergeThreshold) {
+        appendPartition(prev, p);
+        m_partitions.remove(s);
+        deletePartition(p);
+    }
+}
+
+template <typename T>
+void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
+{
+    const QList<int> &b = ranges.boundaries();
+    const int rangeCount = b.size() / 2;
+    int r = 0;
+    int blockStart = 0; // in the numbering before any removal
+    int removed = 0;
+    for (int s = 1; m_partitions.at(s) && r < rangeCount; ++s) {
+        Partition *p = m_partitions.at(s);
+        const int size = p->size;
+        const int blockEnd = blockStart + size;
+        int read = 0; // first element not yet placed
+        int write = 0; // where the next kept element goes
+        bool touched = false;
+        while (r < rangeCount && b.at(2 * r) < blockEnd) {
+            const int lo = qBound(read, b.at(2 * r) - blockStart, size);
+            const int hi = qBound(lo, b.at(2 * r + 1) - blockStart, size);
+            if (touched) {
+                std::memmove(static_cast<void *>(p->data + write),
+                             static_cast<const void *>(p->data + read),
+                             size_t(lo - read) * sizeof(T));
+                write += lo - read;
+            } else {
+                write = lo;
+                touched = true;
+            }
+            for (int i = lo; i < hi; ++i)
+                p->data[i].~T();
+            read = hi;
+            if (b.at(2 * r + 1) > blockEnd)
+                break; // the range goes on in the next block
+            ++r;
+        }
+        if (touched) {
+            std::memmove(static_cast<void *>(p->data + write),
+                         static_cast<const void *>(p->data + read),
+                         size_t(size - read) * sizeof(T));
+            write += size - read;
+            p->size = write;
+            p->end = p->data + write;
+            removed += size - write;
+        }
+        blockStart = blockEnd;
+    }
+    m_count -= removed;
+
+    int s = 1;
+    while (Partition *p = m_partitions.at(s)) {
+        if (p->size == 0) {
+            m_partitions.remove(s);
+            deletePartition(p);
+            continue;
+        }
+        while (Partition *next = m_partitions.at(s + 1)) {
+            if (p->size + next->size >= m_mergeThreshold)
+                break;
+            appendPartition(p, next);
+            m_partitions.remove(s + 1);
+            deletePartition(next);
+        }
+        ++s;
+    }
+}
+
+template <typename T>
+void PartitionList<T>::clear()
+{
+    for (int s = 1; s < m_partitions.size() - 1; ++s)
+        deletePartition(m_partitions.at(s));
+    m_partitions.resize(2);
+    m_partitions[0] = nullptr;
+    m_partitions[1] = nullptr;
+    m_count = 0;
+}
+
+template <typename T>
+const T &PartitionList<T>::at(int position) const
+{
+    if (position >= 0) {
+        int n = position;
+        for (int s = 1; m_partitions.at(s); ++s) {
+            const Partition *p = m_partitions.at(s);
+            if (n < p->size)
+                return p->data[n];
+            n -= p->size;
+        }
+    }
+    static const T empty = T();
+    return empty;
+}
+
+template <typename T>
+int PartitionList<T>::indexOf(const T &value) const
+{
+    int base = 0;
+    for (int s = 1; m_partitions.at(s); ++s) {
+        const Partition *p = m_partitions.at(s);
+        for (const T *e = p->data; e != p->end; ++e) {
+            if (*e == value)
+                return base + int(e - p->data);
+        }
+        base += p->size;
+    }
+    return -1;
+}
+
+template <typename T>
+void PartitionList<T>::advance(Partition *const *&slot, T *&element, std::ptrdiff_t n)
+{
+    if (n > 0) {
+        while (*slot) {
+            const std::ptrdiff_t left = (*slot)->end - element;
+            if (n < left) {
+                element += n;
+                return;
+            }
+            n -= left;
+            ++slot;
+            element = *slot ? (*slot)->data : nullptr;
+            if (n == 0)
+                return;
+        }
+        // Past the end: stay at end().
+    } else if (n < 0) {
+        n = -n;
+        for (;;) {
+            const std::ptrdiff_t before = *slot ? element - (*slot)->data : 0;
+            if (n <= before) {
+                element -= n;
+                return;
+            }
+            n -= before;
+            --slot;
+            if (!*slot) {
+                element = nullptr; // before the first element
+                return;
+            }
+            element = (*slot)->end;
+        }
+    }
+}
+
+template <typename T>
+std::ptrdiff_t PartitionList<T>::distance(Partition *const *fromSlot, T *fromElement,
+                                          Partition *const *toSlot, T *toElement)
+{
+    if (fromSlot == toSlot)
+        return toElement - fromElement;
+    if (toSlot < fromSlot)
+        return -distance(toSlot, toElement, fromSlot, fromElement);
+    std::ptrdiff_t d = *fromSlot ? (*fromSlot)->end - fromElement : 0;
+    for (Partition *const *s = fromSlot + 1; s != toSlot; ++s)
+        d += (*s)->size;
+    if (*toSlot)
+        d += toElement - (*toSlot)->data;
+    return d;
+}
+
+#endif // TABLEDB_INDEX_PARTITIONLIST_H

@@ -1,0 +1,134 @@
+#ifndef TABLEDB_TABLE_RECORDSTRANS_H
+#define TABLEDB_TABLE_RECORDSTRANS_H
+
+#include "table/record.h"
+
+#include <QList>
+#include <QMap>
+
+class Table;
+
+// A key of a transaction's maps: a row ordered by its table's master index, so
+// that two blocks with the same primary key are one key. Address order plays
+// no part here.
+class TABLEDB_EXPORT RecordsTransKey
+{
+public:
+    RecordsTransKey() = default;
+    RecordsTransKey(const Record &record) : m_record(record) { }
+
+    const Record &record() const { return m_record; }
+    operator const Record &() const { return m_record; }
+    bool operator<(const RecordsTransKey &other) const;
+
+private:
+    Record m_record;
+};
+
+// A set of intended inserts, updates and removals of one table, merged per key
+// and handed to the table in one piece, so that each index does its work once.
+//
+// An update is pending as two images: the table's own block under RowUpdated in
+// the operations, unchanged, and a clone with the new values in the changes.
+// A transaction is applied when executed or destroyed. It belongs to one thread
+// and takes no lock: the caller holds the table's update bracket.
+class TABLEDB_EXPORT RecordsTrans
+{
+public:
+    enum Operation { RowInserted = 1, RowRemoved = 2, RowUpdated = 3 };
+    typedef QMap<RecordsTransKey, int> Map;
+
+    explicit RecordsTrans(Table *table);
+    RecordsTrans(const RecordsTrans &other);
+    RecordsTrans &operator=(const RecordsTrans &other);
+    // Applies what is pending. An exception from an index while doing so ends
+    // the program, unless the transaction is being destroyed by stack
+    // unwinding: then the second exception is logged and dropped, so that the
+    // first one reaches its handler.
+    ~RecordsTrans() noexcept;
+
+    // Empties both maps; the column range stays.
+    void clear();
+    bool isEmpty() const { return m_operations.isEmpty(); }
+    bool contains(const Record &record) const;
+
+    // The inclusive range of columns that updates touch; maxColumn() <
+    // minColumn() means that no range was stated, and all columns count.
+    int minColumn() const { return m_minColumn; }
+    int maxColumn() const { return m_maxColumn; }
+    void extendColumns(int first, int last);
+    Table *table() const { return m_table; }
+
+    // Keys of the operations with that code, in key order. updateList() and
+    // changeList() match position by position.
+    QList<Record> insertList() const;
+    QList<Record> removeList() const;
+    QList<Record> updateList() const;
+    QList<Record> changeList() const;
+
+    // Merges by the per-key rules; `other` is not emptied.
+    void merge(RecordsTrans &other);
+    void merge(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+               const QList<Record> &inserted, const QList<Record> &changed);
+
+    // Exchanges everything with `other` (both must be of the same table).
+    void swap(RecordsTrans &other) noexcept;
+
+protected:
+    // States the range if it is unstated, then hands a non-empty transaction
+    // to the table. Exceptions from indexes pass.
+    void execute();
+    void mergeInsertedRow(const Record &row);
+    void mergeRemovedRow(const Record &row);
+    void mergeUpdatedRow(const Record &row, const Record &change, int first, int last);
+
+private:
+    int m_minColumn;
+    int m_maxColumn;
+    Map m_operations;
+    Map m_changes;
+    Table *m_table;
+    int m_uncaughtAtCreation; // to tell destruction by unwinding
+
+    friend class RecordUpdater;
+    friend class Table;
+};
+
+// Write access to one row within a transaction. Made on a key: a row of the
+// table is cloned once per key and transaction (later updaters of that key
+// share the clone); a key the table does not hold becomes an insert of the
+// caller's row. Must not outlive the transaction.
+class TABLEDB_EXPORT RecordUpdater : public Record
+{
+public:
+    // `from` is passed on to the master index's find().
+    RecordUpdater(const Record &key, RecordsTrans &trans, int from = -1);
+    RecordUpdater(const RecordUpdater &other) = default;
+    RecordUpdater(RecordUpdater &&other) = default;
+    ~RecordUpdater() = default;
+
+    // Whether the row was in the table when the updater was made.
+    bool isFound() const { return m_found; }
+
+    // Copies all columns (unless it is the same row) and states all columns.
+    RecordUpdater &operator=(const Record &other);
+    void copy(const Record &other);
+    void copy(const Record &other, int first, int last);
+    void setNull(int column);
+    void setNull(const QString &name);
+    // A pending insert is cancelled; anything else becomes a removal.
+    void remove();
+
+protected:
+    void extendColumns(int first, int last);
+    void findInMaster(const Record &key, int from);
+    void updateInMap();
+    void insertInMap(const Record &key);
+
+private:
+    RecordsTrans *m_trans;
+    bool m_found;
+    RecordsTrans::Map::iterator m_node; // the row's entry in the operations
+};
+
+#endif // TABLEDB_TABLE_RECORDSTRANS_H
