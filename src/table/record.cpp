@@ -138,27 +138,27 @@ QString Record::dump(bool skipNull) const
              QString::number(Table::references(m_row)), items.join(QLatin1Char(' ')));
 }
 
-void Record::append()
+void Record::append() const
 {
-    table()->appendRow(m_row);
+    Table::tablePtr(m_row)->appendRow(m_row);
 }
 
-void Record::remove()
+void Record::remove() const
 {
-    table()->remove(*this, -1);
+    Table::tablePtr(m_row)->remove(*this, -1);
 }
 
-void Record::updated()
+void Record::updated() const
 {
-    table()->updated(*this, -1, -1, -1);
+    Table::tablePtr(m_row)->updated(*this, -1, -1, -1);
 }
 
-void Record::updated(int column)
+void Record::updated(int column) const
 {
-    table()->updated(*this, column, column, -1);
+    Table::tablePtr(m_row)->updated(*this, column, column, -1);
 }
 
-void Record::updated(int first, int last)
+void Record::updated(int first, int last) const
 {
-    table()->updated(*this, first, last, -1);
+    Table::tablePtr(m_row)->updated(*this, first, last, -1);
 }

@@ -75,11 +75,11 @@ public:
     // "table:(ptr:0x... ref:N) { name=value ... }"; "{ NULL }" for a null row.
     QString dump(bool skipNull = false) const;
 
-    void append();
-    void remove();
-    void updated();
-    void updated(int column);
-    void updated(int first, int last);
+    void append() const;
+    void remove() const;
+    void updated() const;
+    void updated(int column) const;
+    void updated(int first, int last) const;
 
     static const Record null;
 

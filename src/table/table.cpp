@@ -204,8 +204,10 @@ void Table::updatedRow(int rowIndex)
 
 void Table::appendList(const QList<Record> &list)
 {
-    QList<Record> none;
-    process(none, none, -1, -1, list, QList<Record>());
+    // Two lists: an IndexLimit adds to `removed`, which must not show in `updated`.
+    QList<Record> removed;
+    QList<Record> updated;
+    process(removed, updated, -1, -1, list, QList<Record>());
 }
 
 // --- transactions ---

@@ -4,15 +4,6 @@
 
 #include <cstring>
 
-namespace {
-
-unsigned char *bitmap(Table &t, unsigned char *row)
-{
-    return row + 16 + t.rowLength();
-}
-
-} // namespace
-
 TEST(TableRow, LayoutForVariousColumnCounts)
 {
     for (int columns : { 1, 8, 9, 64 }) {
