@@ -1,5 +1,7 @@
 #include "runtime/logfile.h"
 
+#include "numeric/datetime.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QTime>
@@ -42,7 +44,7 @@ LogFile::~LogFile()
 
 QString LogFile::timestamp()
 {
-    return QTime::currentTime().toString(QStringLiteral("HH:mm:ss.zzz"));
+    return QTime::currentTime().toString(datetime::timeNoDateFormat());
 }
 
 QString LogFile::rotateName(const QFileInfo &info, int index)
