@@ -319,16 +319,34 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
 
     if (!pending.isEmpty()) {
         const LessThan lessThan(this);
-        ConcurrentSort::sort(pending.begin(), pending.end(), lessThan);
+        // Rows often arrive in key order (appends, one key for a whole batch):
+        // one pass of compares then spares the sort and its thread hand-off.
+        if (!std::is_sorted(pending.begin(), pending.end(), lessThan))
+            ConcurrentSort::sort(pending.begin(), pending.end(), lessThan);
 
         typedef PartitionList<Record>::iterator Iterator;
         QList<Record> batch;
         Iterator anchor = m_list.begin();
         Iterator start = anchor;
+        Iterator last = m_list.end();
         for (const Record &row : qAsConst(pending)) {
             // Upper bound in [start, end()): rows of an equal key stay in front.
+            // `pending` is sorted, so the bound is usually close to `start`:
+            // gallop out from it first, then search the last step's span.
             Iterator u = start;
-            std::ptrdiff_t length = m_list.end() - start;
+            std::ptrdiff_t length = 0;
+            for (std::ptrdiff_t step = 1; u != last; step *= 2) {
+                const Iterator probe = u + (step - 1); // stops at end()
+                if (probe == last) {
+                    length = last - u;
+                    break;
+                }
+                if (lessThan(row, *probe)) {
+                    length = step - 1;
+                    break;
+                }
+                u = probe + 1;
+            }
             while (length > 0) {
                 const std::ptrdiff_t half = length >> 1;
                 const Iterator mid = u + half;
@@ -347,6 +365,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
                     batch.clear();
                     // The insertion may have split a block: no iterator survives.
                     start = anchor = m_list.begin() + target;
+                    last = m_list.end();
                 } else {
                     anchor = u;
                 }

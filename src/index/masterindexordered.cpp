@@ -14,5 +14,5 @@ QString MasterIndexOrdered::toText(const Record &) const
 
 Record MasterIndexOrdered::fromText(const QString &) const
 {
-    return Record(m_table);
+    return m_table ? Record(m_table) : Record();
 }

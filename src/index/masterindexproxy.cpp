@@ -21,7 +21,9 @@ QString MasterIndexProxy::toText(const Record &record) const
 
 Record MasterIndexProxy::fromText(const QString &text) const
 {
-    return m_master ? m_master->fromText(text) : Record(m_table);
+    if (m_master)
+        return m_master->fromText(text);
+    return m_table ? Record(m_table) : Record();
 }
 
 QString MasterIndexProxy::getClassName() const

@@ -16,5 +16,5 @@ QString MasterPtrIndex::toText(const Record &) const
 
 Record MasterPtrIndex::fromText(const QString &) const
 {
-    return Record(m_table);
+    return m_table ? Record(m_table) : Record();
 }

@@ -23,13 +23,6 @@ public:
     T rangeEnd(int i) const { return m_boundaries.at(2 * i + 1); }
     bool isEmpty() const { return m_boundaries.isEmpty(); }
     void clear() { m_boundaries.clear(); }
-    // Whether `value` lies in one of the ranges.
-    bool contains(const T &value) const
-    {
-        const int i = int(std::upper_bound(m_boundaries.constBegin(), m_boundaries.constEnd(), value)
-                          - m_boundaries.constBegin());
-        return (i & 1) != 0;
-    }
 
     bool operator==(const RangeSet &o) const { return m_boundaries == o.m_boundaries; }
     bool operator!=(const RangeSet &o) const { return m_boundaries != o.m_boundaries; }

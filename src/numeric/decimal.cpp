@@ -72,6 +72,18 @@ const DecimalPatterns &DecimalPatterns::instance()
     return patterns;
 }
 
+namespace {
+
+// This thread's own copies of the patterns: a match writes its state into the
+// QRegExp, and copying them on every call would cost more than the match.
+const DecimalPatterns &threadPatterns()
+{
+    thread_local const DecimalPatterns copies(DecimalPatterns::instance());
+    return copies;
+}
+
+} // namespace
+
 decimal::decimal(const QString &text)
     : m_data(fromString(text).m_data)
 {
@@ -95,12 +107,10 @@ void decimal::set(int64 value, short scale)
     m_data = pack(value, scale);
 }
 
-int decimal::compare(const decimal &other) const
+int decimal::compareScaled(const decimal &other) const
 {
     const uint64 a = uint64(m_data);
     const uint64 b = uint64(other.m_data);
-    if ((a & kScaleBits) == (b & kScaleBits))
-        return (m_data < other.m_data) ? -1 : (m_data > other.m_data ? 1 : 0);
 
     const bool az = (a & ~kScaleBits) == 0;
     const bool bz = (b & ~kScaleBits) == 0;
@@ -313,22 +323,22 @@ decimal decimal::fromString(const QString &text)
 {
     if (text.isEmpty())
         return zero;
-    const DecimalPatterns &patterns = DecimalPatterns::instance();
+    const DecimalPatterns &patterns = threadPatterns();
     bool ok = false;
 
-    QRegExp rx = patterns.integer;
-    if (rx.exactMatch(text)) {
-        const int64 v = rx.cap(1).toLongLong(&ok, 10);
+    const QRegExp *rx = &patterns.integer;
+    if (rx->exactMatch(text)) {
+        const int64 v = rx->cap(1).toLongLong(&ok, 10);
         if (!ok)
             throw badTextMessage(text);
         return decimal(v, 0);
     }
 
-    rx = patterns.dot;
-    if (rx.exactMatch(text)) {
-        const QString sign = rx.cap(1);
-        const QString whole = rx.cap(2);
-        const QString fraction = rx.cap(3);
+    rx = &patterns.dot;
+    if (rx->exactMatch(text)) {
+        const QString sign = rx->cap(1);
+        const QString whole = rx->cap(2);
+        const QString fraction = rx->cap(3);
         const short s = short(fraction.length());
         int64 v = 0;
         if (!whole.isEmpty()) {
@@ -346,18 +356,18 @@ decimal decimal::fromString(const QString &text)
         return decimal(v, s);
     }
 
-    rx = patterns.dotExponent;
-    if (rx.exactMatch(text)) {
-        int64 v = rx.cap(2).toLongLong(&ok, 10);
+    rx = &patterns.dotExponent;
+    if (rx->exactMatch(text)) {
+        int64 v = rx->cap(2).toLongLong(&ok, 10);
         if (!ok)
             throw badTextMessage(text);
-        const bool negative = rx.cap(1) == QLatin1String("-");
+        const bool negative = rx->cap(1) == QLatin1String("-");
         // The exponent counts decimal places, not powers of ten ("15e2" is
         // 0.15). Files and settings were written that way and must read back.
-        const int e = rx.cap(4).toInt(&ok, 10);
+        const int e = rx->cap(4).toInt(&ok, 10);
         if (!ok)
             throw badTextMessage(text);
-        const QString fraction = rx.cap(3);
+        const QString fraction = rx->cap(3);
         const int n = fraction.length();
         for (int i = 0; i < n; ++i)
             v = wrapMul(v, 10);
@@ -441,11 +451,10 @@ bool decimal::canConvert(const QString &text, bool emptyResult)
 {
     if (text.isEmpty())
         return emptyResult;
-    const DecimalPatterns &patterns = DecimalPatterns::instance();
-    for (const QRegExp *shared : {&patterns.integer, &patterns.dot, &patterns.dotExponent,
-                                  &patterns.comma, &patterns.commaExponent}) {
-        QRegExp rx = *shared;
-        if (rx.exactMatch(text))
+    const DecimalPatterns &patterns = threadPatterns();
+    for (const QRegExp *rx : {&patterns.integer, &patterns.dot, &patterns.dotExponent,
+                              &patterns.comma, &patterns.commaExponent}) {
+        if (rx->exactMatch(text))
             return true;
     }
     return false;

@@ -55,7 +55,13 @@ public:
     bool isEqual(const decimal &other) const { return m_data == other.m_data; }
     // -1, 0 or 1 in numeric order across scales. Numbers more than 16 orders
     // apart in scale are ordered by scale alone; saved orders rely on that.
-    int compare(const decimal &other) const;
+    // At equal scale this is one comparison of the words.
+    int compare(const decimal &other) const
+    {
+        if (((uint64(m_data) ^ uint64(other.m_data)) & 0x7F00000000000000ULL) == 0)
+            return (m_data > other.m_data) - (m_data < other.m_data);
+        return compareScaled(other);
+    }
 
     bool operator==(const decimal &o) const { return compare(o) == 0; }
     bool operator!=(const decimal &o) const { return compare(o) != 0; }
@@ -82,32 +88,52 @@ public:
     // Throws the QString "decimal:overflow" outside +-2^56.
     static decimal fromDouble(double value, short scale);
 
+    // The canonical text: '.', every place of the scale ("0.00"), trailing
+    // zeros for a negative scale. Mantissas past 2^53 print with double's
+    // rounding, as stored texts always did.
     QString toString() const;
+    // Through toDouble in the system locale, with scale places (none below 1).
     QString toSystemString() const;
+    // toSystemString without trailing fractional zeros and a bare point.
     QString toSystemStringShort() const;
+    // toString with the system locale's decimal point.
     QString toExcelString() const;
     QVariant toVariant() const;
 
-    // Throws a QString on text that none of the patterns accepts.
+    // Throws a QString on text that none of the patterns accepts. An exponent
+    // counts decimal places: "15e2" is 0.15 (stored texts were written so).
+    // Safe to call from several threads.
     static decimal fromString(const QString &text);
     // Tries fromString, the system locale, then ',' read as '.'; never throws
     // on bad text: *ok says whether any of them worked.
     static decimal fromAnyString(const QString &text, bool *ok, int scale);
+    // Through double and fromDouble; throws a QString when the locale cannot
+    // read the text or the value is out of range.
     static decimal fromSystemString(const QString &text, int scale);
     static decimal fromLocaleString(const QString &text, const QLocale &locale, int scale);
+    // A decimal as it is, numbers through fromDouble at scale 5, text through
+    // fromString (both may throw). *ok turns false only for a valid, non-null
+    // variant of another type.
     static decimal fromVariant(const QVariant &value, bool *ok = nullptr);
 
+    // Whether the text has the form of a number, ',' allowed for '.'; an empty
+    // text answers emptyResult. Safe to call from several threads.
     static bool canConvert(const QString &text, bool emptyResult);
+    // True for a decimal or a QString that passes the above; false otherwise.
     static bool canConvert(const QVariant &value);
 
     // The id of the meta-type "decimal"; registers it on first use.
     static int metatypeId();
 
+    // Fixed words, usable from static initialisers. The bounds are +-(2^52-1)
+    // at scale -63; nothing clamps to them.
     static const decimal zero;
     static const decimal minimum;
     static const decimal maximum;
 
 private:
+    int compareScaled(const decimal &other) const;
+
     int64 m_data;
 };
 

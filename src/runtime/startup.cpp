@@ -8,6 +8,9 @@
 #include "pricing/optionpricing_p.h"
 #include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
+#include "numeric/xdecimal_p.h"
+#include "settings/qtjsonsettings.h"
+#include "settings/workplacesettings.h"
 
 namespace {
 
@@ -20,12 +23,17 @@ struct LibraryStartup
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
         datetime::metatypeId();
         decimal::metatypeId();
+        xdecimal::metatypeId();
         // 3. The five patterns of decimal.
         DecimalPatterns::instance();
         // 4. The settings formats "json" and "map".
+        QtJsonSettings::registerFormats();
         // 5. The shared MapSettings store, then the current workplace name.
+        WorkplaceSettings::initShared();
         // 6. The five patterns of xdecimal.
+        xdecimalPrivate::patterns();
         // 7. xdecimal::zero, minimum and maximum.
+        xdecimalPrivate::bounds(); // zero is constant-initialised
         // 8. The global StringPool.
         StringPool::global();
     }

@@ -1,0 +1,137 @@
+#include "keyedtable.h"
+
+#include "support/testapphub.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Admits rows with an even key.
+class EvenList : public IndexList
+{
+public:
+    using IndexList::IndexList;
+    bool filter(const Record &r) const override { return keyOf(r) % 2 == 0; }
+};
+
+std::vector<Record> rowsOf(const IndexList &index)
+{
+    return std::vector<Record>(index.begin(), index.end());
+}
+
+class IndexListTest : public ::testing::Test
+{
+protected:
+    std::vector<Record> appendRows(int n)
+    {
+        std::vector<Record> out;
+        for (int i = 0; i < n; ++i) {
+            out.push_back(table.row(i));
+            table.appendRow(out.back().rowPtr());
+        }
+        return out;
+    }
+
+    KeyedTable table;
+};
+
+TEST_F(IndexListTest, MoveTakesAnInclusiveRangeToThePlaceAfterRemoval)
+{
+    IndexList index(&table, false);
+    std::vector<Record> r;
+    for (int i = 0; i < 5; ++i) {
+        r.push_back(table.row(i));
+        index.add(r.back());
+    }
+    index.move(2, 3, 0);
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[2], r[3], r[0], r[1], r[4] }));
+    index.move(1, 1, 1); // from == destination
+    index.move(0, 3, 3); // destination == to
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[2], r[3], r[0], r[1], r[4] }));
+    index.move(0, 0, 4); // to the end of the shortened list
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[3], r[0], r[1], r[4], r[2] }));
+    index.move(3, 1, 0); // an empty range moves nothing
+    EXPECT_EQ(index.count(), 5);
+}
+
+TEST_F(IndexListTest, RemoveTrustsOnlyARightHint)
+{
+    IndexList index(&table, false);
+    std::vector<Record> r;
+    for (int i = 0; i < 4; ++i) {
+        r.push_back(table.row(i));
+        index.add(r.back());
+    }
+    index.remove(r[2], 0); // wrong hint: searched
+    index.remove(r[0], 0);
+    index.remove(r[3], 99);
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[1] }));
+    index.remove(table.row(7), -1); // absent: harmless
+    EXPECT_EQ(index.count(), 1);
+    EXPECT_TRUE(index.contains(r[1]));
+    EXPECT_FALSE(index.contains(r[0]));
+    EXPECT_TRUE(index.at(1).isNull());
+    EXPECT_EQ(index.getClassName(), QStringLiteral("IndexList"));
+}
+
+TEST_F(IndexListTest, BuildAddsTheMastersRowsThatPassTheFilterWithoutClearing)
+{
+    const std::vector<Record> r = appendRows(5);
+    EvenList index(&table, false);
+    index.build();
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[0], r[2], r[4] }));
+    index.build();
+    EXPECT_EQ(index.count(), 6);
+    index.rebuild();
+    EXPECT_EQ(index.count(), 3);
+}
+
+TEST_F(IndexListTest, DefaultProcessRemovesUpdatesAndInserts)
+{
+    const std::vector<Record> r = appendRows(4);
+    EvenList index(&table, false);
+    index.build(); // 0, 2
+    const Record fresh = table.row(6);
+    const Record odd = table.row(7);
+    setKey(r[1], 8); // now passes the filter
+    index.process({ r[0] }, { r[1] }, -1, -1, { fresh, odd });
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[2], r[1], fresh }));
+}
+
+TEST_F(IndexListTest, RegisteredIndexJoinsAndLeavesTheTable)
+{
+    int added = 0;
+    QObject::connect(&table, &Table::indexAdded, [&added](Index *) { ++added; });
+    {
+        IndexList index(&table, true);
+        EXPECT_TRUE(index.isRegistered());
+        EXPECT_TRUE(table.indexes().contains(&index));
+        EXPECT_EQ(added, 1);
+        // A registered index is told of appended rows by the table.
+        const Record row = table.row(1);
+        table.appendRow(row.pointer());
+        EXPECT_EQ(index.count(), 1);
+    }
+    EXPECT_TRUE(table.indexes().isEmpty());
+
+    IndexList quiet(&table, false);
+    EXPECT_TRUE(table.indexes().isEmpty());
+    EXPECT_EQ(added, 1);
+}
+
+TEST_F(IndexListTest, TableByNameComesFromTheHost)
+{
+    TestAppHub hub;
+    hub.tables.insert(QStringLiteral("quotes"), &table);
+    IndexList index(QStringLiteral("quotes"), true);
+    EXPECT_EQ(index.table(), &table);
+    EXPECT_TRUE(table.indexes().contains(&index));
+
+    IndexList unknown(QStringLiteral("nothing"), true);
+    EXPECT_EQ(unknown.table(), nullptr);
+    EXPECT_FALSE(unknown.isRegistered());
+    unknown.build(); // no table: nothing to do
+    EXPECT_EQ(unknown.count(), 0);
+}
+
+} // namespace

@@ -1,0 +1,115 @@
+#include "keyedtable.h"
+
+#include "index/masterindex.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// A master index keyed on column 0, with the key's text as its number.
+class KeyMaster : public MasterIndex
+{
+public:
+    explicit KeyMaster(Table *table) : MasterIndex(table) { m_columns.append(0); }
+    int compare(const Record &a, const Record &b) const override
+    {
+        return (keyOf(a) > keyOf(b)) - (keyOf(a) < keyOf(b));
+    }
+    QString toText(const Record &r) const override { return QString::number(keyOf(r)); }
+    Record fromText(const QString &text) const override
+    {
+        Record r(m_table);
+        setKey(r, text.toInt());
+        return r;
+    }
+};
+
+class MasterIndexTest : public ::testing::Test
+{
+protected:
+    KeyedTable table;
+};
+
+TEST_F(MasterIndexTest, PtrIndexOrdersByAddress)
+{
+    MasterPtrIndex index(&table);
+    const Record a = table.row(1);
+    const Record b = table.row(1);
+    EXPECT_EQ(index.compare(a, a), 0);
+    EXPECT_EQ(index.compare(a, b), -index.compare(b, a));
+    EXPECT_EQ(index.compare(a, b), a.rowPtr() < b.rowPtr() ? -1 : 1);
+    index.add(a);
+    index.add(b);
+    EXPECT_TRUE(index.findRecord(QStringLiteral("1")).isNull());
+    EXPECT_EQ(index.toText(a), QString());
+    EXPECT_EQ(index.getClassName(), QStringLiteral("MasterIndex"));
+    EXPECT_TRUE(index.columnNames().isEmpty());
+    const Record blank = index.fromText(QStringLiteral("ignored"));
+    ASSERT_FALSE(blank.isNull());
+    EXPECT_EQ(keyOf(blank), 0);
+    EXPECT_FALSE(index.contains(blank));
+}
+
+TEST_F(MasterIndexTest, OrderedIndexKeepsArrivalOrder)
+{
+    MasterIndexOrdered index(&table);
+    const Record x = table.row(3);
+    const Record y = table.row(1);
+    const Record z = table.row(2);
+    index.add(x);
+    index.add(y);
+    index.process({}, {}, -1, -1, { z });
+    EXPECT_EQ(std::vector<Record>(index.begin(), index.end()), std::vector<Record>({ x, y, z }));
+    EXPECT_EQ(index.search(table.row(42), -1), 0);
+    EXPECT_EQ(index.indexOf(z), 2);
+    index.process({ y }, { x }, -1, -1, {});
+    EXPECT_EQ(std::vector<Record>(index.begin(), index.end()), std::vector<Record>({ x, z }));
+    EXPECT_EQ(index.getClassName(), QStringLiteral("MasterIndex"));
+}
+
+TEST_F(MasterIndexTest, ANewTableKeepsItsRowsInOrderOfArrival)
+{
+    ASSERT_NE(dynamic_cast<MasterIndexOrdered *>(table.masterIndex()), nullptr);
+    std::vector<Record> rows;
+    for (int k : { 5, 1, 3 }) {
+        rows.push_back(table.row(k));
+        table.appendRow(rows.back().rowPtr());
+    }
+    EXPECT_EQ(table.rowCount(), 3);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(table.at(i), rows[size_t(i)]);
+}
+
+TEST_F(MasterIndexTest, KeyTextRoundTripFindsTheRow)
+{
+    KeyMaster index(&table);
+    std::vector<Record> rows;
+    for (int k : { 5, 1, 3 }) {
+        rows.push_back(table.row(k));
+        index.add(rows.back());
+    }
+    EXPECT_EQ(index.findRecord(index.toText(rows[2])), rows[2]);
+    EXPECT_TRUE(index.findRecord(QStringLiteral("4")).isNull());
+    EXPECT_EQ(index.columnNames(), QStringList({ QStringLiteral("k") }));
+}
+
+TEST_F(MasterIndexTest, ProxyOrdersAsTheMasterOfItsBirth)
+{
+    table.setMasterIndex(new KeyMaster(&table));
+    MasterIndexProxy proxy(&table);
+    EXPECT_EQ(proxy.master(), table.masterIndex());
+    EXPECT_EQ(proxy.columns(), QList<int>({ 0 }));
+    EXPECT_EQ(proxy.getClassName(), QStringLiteral("MasterIndexProxy"));
+    const Record a = table.row(2);
+    const Record b = table.row(7);
+    EXPECT_LT(proxy.compare(a, b), 0);
+    EXPECT_GT(proxy.compare(b, a), 0);
+    EXPECT_EQ(proxy.toText(b), QStringLiteral("7"));
+    EXPECT_EQ(keyOf(proxy.fromText(QStringLiteral("9"))), 9);
+    proxy.add(b);
+    proxy.add(a);
+    EXPECT_EQ(proxy.at(0), a);
+    EXPECT_EQ(proxy.findRecord(QStringLiteral("7")), b);
+}
+
+} // namespace

@@ -1,0 +1,165 @@
+#include "settings/settings.h"
+#include "settingstestenv.h"
+
+#include <memory>
+
+namespace {
+
+// The whole shared store, seen from its root.
+QStringList storeKeys()
+{
+    QSettings root(QString(), QtJsonSettings::mapFormat());
+    return root.allKeys();
+}
+
+} // namespace
+
+TEST(MapSettings, ObjectsAliveTogetherDoNotSeeEachOther)
+{
+    MapSettings a;
+    MapSettings b;
+    a.setValue("k", 1);
+    b.setValue("k", 2);
+    b.setValue("only_b", 3);
+    EXPECT_EQ(a.allKeys(), QStringList{"k"});
+    EXPECT_EQ(a.value("k"), QVariant(1));
+    EXPECT_EQ(b.value("k"), QVariant(2));
+    EXPECT_NE(a.group(), b.group());
+    EXPECT_TRUE(a.group().startsWith("0x"));
+    EXPECT_EQ(a.group().size(), 18);
+    EXPECT_EQ(Settings(&a).status(), QSettings::NoError);
+}
+
+TEST(MapSettings, DestructionRemovesTheObjectsKeysFromTheStore)
+{
+    MapSettings keeper; // keeps the store alive across the inner object
+    QString group;
+    {
+        MapSettings m;
+        group = m.group();
+        m.setValue("k", 1);
+        m.beginGroup("inner");
+        m.setValue("x", 2);
+        EXPECT_TRUE(storeKeys().contains(group + "/inner/x"));
+    }
+    for (const QString &key : storeKeys())
+        EXPECT_FALSE(key.startsWith(group)) << qPrintable(key);
+}
+
+TEST(MapSettings, CopiesHaveTheKeysUnderAnotherGroup)
+{
+    MapSettings source;
+    source.setValue("a/b", 1);
+    source.setValue("c", QStringLiteral("x"));
+    const MapSettings copy(source);
+    EXPECT_EQ(copy.allKeys(), source.allKeys());
+    EXPECT_EQ(copy.value("a/b"), QVariant(1));
+    EXPECT_NE(copy.group(), source.group());
+
+    MapSettings assigned;
+    assigned.setValue("stale", 1);
+    assigned.beginGroup("deep");
+    assigned = source;
+    EXPECT_EQ(assigned.allKeys(), source.allKeys());
+    EXPECT_FALSE(assigned.group().endsWith("deep"));
+
+    source.setValue("c", QStringLiteral("changed"));
+    EXPECT_EQ(copy.value("c"), QVariant(QStringLiteral("x")));
+}
+
+TEST(MapSettings, GroupsEnteredByTheCallerAreLeftByClearAndEndAllGroups)
+{
+    MapSettings m;
+    const QString own = m.group();
+    m.setValue("top", 1);
+    m.beginGroup("a");
+    m.setValue("x", 1);
+    m.beginGroup("b");
+    m.endAllGroups();
+    EXPECT_EQ(m.group(), own);
+    EXPECT_EQ(m.allKeys(), (QStringList{"a/x", "top"}));
+
+    m.beginGroup("a");
+    m.clear();
+    EXPECT_EQ(m.group(), own);
+    EXPECT_TRUE(m.allKeys().isEmpty());
+}
+
+TEST(MapSettings, StoreReplacesTheTargetAndStoreAddMerges)
+{
+    MapSettings from;
+    from.setValue("k", 1);
+    from.setValue("g", QStringLiteral("was a group in the target"));
+    from.beginGroup("sub");
+    from.setValue("only", 2);
+
+    MapSettings to;
+    to.setValue("p/old", 0);
+    to.setValue("p/g/child", 0);
+    to.setValue("outside", 0);
+
+    // Inside a group, store copies only what that group holds.
+    from.store(to, "p");
+    EXPECT_EQ(to.allKeys(), (QStringList{"outside", "p/only"}));
+
+    from.endAllGroups();
+    to.setValue("p/g/child", 0);
+    to.setValue("p/old", 0);
+    from.storeAdd(to, "p");
+    EXPECT_EQ(to.allKeys(), (QStringList{"outside", "p/g", "p/k", "p/old", "p/only", "p/sub/only"}));
+    EXPECT_EQ(to.value("p/g"), QVariant(QStringLiteral("was a group in the target")));
+
+    Settings target(&to);
+    from.store(target, QString());
+    EXPECT_EQ(to.allKeys(), (QStringList{"g", "k", "sub/only"}));
+}
+
+TEST(MapSettings, RestoreAddsKeysFromAnySettings)
+{
+    MapSettings source;
+    source.setValue("p/a", 1);
+    source.setValue("q", 2);
+
+    MapSettings m;
+    const QString sourceGroup = source.group();
+    m.setValue("mine", 0);
+    m.restore(static_cast<QSettings &>(source), "p");
+    EXPECT_EQ(m.allKeys(), (QStringList{"a", "mine"}));
+    EXPECT_EQ(source.group(), sourceGroup); // the prefix is left again
+
+    const Settings handle(&source);
+    m.restore(handle, "p");
+    m.restore(static_cast<const QSettings &>(source));
+    EXPECT_EQ(m.allKeys(), (QStringList{"a", "mine", "p/a", "q"}));
+
+    const MapSettings fromHandle(handle);
+    EXPECT_EQ(fromHandle.allKeys(), source.allKeys());
+    EXPECT_EQ(fromHandle.asSetRef().value("q"), QVariant(2));
+    EXPECT_EQ(m.asSetRef().getQSettings(), &m);
+}
+
+class MapSettingsFileTest : public SettingsTestBase
+{
+};
+
+TEST_F(MapSettingsFileTest, FileContentRoundTripsThroughMemoryWithoutFiles)
+{
+    const QString path = homePath() + "/src.json";
+    writeFile(path, R"({"g": {"a": "1", "list": ["x", "y"]}, "rows": [{"n": "r"}]})");
+    const QStringList before = QDir::current().entryList(QDir::AllEntries | QDir::Hidden);
+
+    std::unique_ptr<MapSettings> m(new MapSettings(Settings(QFileInfo(path), QString())));
+    EXPECT_EQ(m->allKeys(), (QStringList{"g/a", "g/list", "rows/1/n", "rows/size"}));
+    m->setValue("g/a", 2);
+    m->sync();
+
+    Settings out(QFileInfo(homePath() + "/out.json"), QString());
+    m->store(out, "copy");
+    out.sync();
+    m.reset();
+
+    const QJsonObject copy = readJson(homePath() + "/out.json").value("copy").toObject();
+    EXPECT_EQ(copy.value("g").toObject().value("a"), QJsonValue("2"));
+    EXPECT_TRUE(copy.value("rows").isObject());
+    EXPECT_EQ(QDir::current().entryList(QDir::AllEntries | QDir::Hidden), before);
+}

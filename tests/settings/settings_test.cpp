@@ -1,0 +1,188 @@
+#include "settings/settings.h"
+#include "settingstestenv.h"
+
+#include <QPointer>
+
+namespace {
+
+// A delivered file in the application directory, as an installer leaves it.
+void deliver(const QString &fileName, const QByteArray &json)
+{
+    const QString dir = QCoreApplication::applicationDirPath() + QStringLiteral("/user_defaults");
+    QDir().mkpath(dir);
+    QFile file(dir + QLatin1Char('/') + fileName);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(json);
+}
+
+} // namespace
+
+class SettingsTest : public SettingsTestBase
+{
+};
+
+TEST_F(SettingsTest, PortableLocationsLieBelowTheApplicationDirectory)
+{
+    const QString app = appDir();
+    EXPECT_TRUE(Settings::isPortable());
+    EXPECT_EQ(AppSettings::customPath().filePath(), app + "/user/settings/settings.json");
+    EXPECT_EQ(DefaultSettings::customPath().filePath(), app + "/user/settings/default.json");
+    EXPECT_EQ(AppSettings::appPath().filePath(), app + "/user_defaults/settings.json");
+    EXPECT_EQ(DefaultSettings::appPath().filePath(), app + "/user_defaults/default.json");
+    EXPECT_EQ(WorkplaceSettings::customDir().absolutePath(), app + "/user/workplaces");
+    // User directories are made on first use, delivered ones never.
+    EXPECT_TRUE(QFileInfo(app + "/user/settings").isDir());
+    EXPECT_FALSE(QFileInfo::exists(app + "/user_defaults"));
+}
+
+TEST_F(SettingsTest, InstalledLocationsLieBelowTheDataLocation)
+{
+    setInstalled(true);
+    EXPECT_FALSE(Settings::isPortable());
+    const QString data = QStandardPaths::writableLocation(QStandardPaths::DataLocation);
+    ASSERT_TRUE(data.startsWith(homePath())) << qPrintable(data);
+    EXPECT_EQ(AppSettings::customPath().filePath(), data + "/settings/settings.json");
+    EXPECT_EQ(WorkplaceSettings::customDir().absolutePath(), data + "/workplaces");
+    EXPECT_EQ(AppSettings::appPath().filePath(), appDir() + "/user_defaults/settings.json");
+    EXPECT_FALSE(QFileInfo::exists(appDir() + "/user"));
+}
+
+TEST_F(SettingsTest, ReadOnlyPicksTheUsersFileGroupByGroup)
+{
+    deliver("settings.json", R"({"A": {"k": "app A"}, "B": {"k": "app B"}})");
+    writeFile(AppSettings::customPath().filePath(), R"({"A": {"k": "user A"}})");
+    const QByteArray delivered = readFile(AppSettings::appPath().filePath());
+
+    AppSettings a = AppSettings::createReadOnly("A");
+    EXPECT_EQ(a.getQSettings()->fileName(), AppSettings::customPath().filePath());
+    EXPECT_EQ(a.value("k"), QVariant(QStringLiteral("user A")));
+
+    AppSettings b = AppSettings::createReadOnly("B");
+    EXPECT_EQ(b.getQSettings()->fileName(), AppSettings::appPath().filePath());
+    EXPECT_EQ(b.group(), QStringLiteral("B"));
+    EXPECT_EQ(b.value("k"), QVariant(QStringLiteral("app B")));
+
+    EXPECT_EQ(AppSettings::createDefault("A").value("k"), QVariant(QStringLiteral("app A")));
+
+    // Writing goes to the user's file and leaves the delivered one alone.
+    {
+        AppSettings w = AppSettings::createReadWrite("B");
+        EXPECT_EQ(w.getQSettings()->fileName(), AppSettings::customPath().filePath());
+        w.setValue("k", QStringLiteral("user B"));
+    }
+    EXPECT_EQ(readFile(AppSettings::appPath().filePath()), delivered);
+    EXPECT_EQ(AppSettings::createReadOnly("B").value("k"), QVariant(QStringLiteral("user B")));
+}
+
+TEST_F(SettingsTest, ReadOnlyWithoutDeliveredFileUsesTheUsersFile)
+{
+    const DefaultSettings d = DefaultSettings::createReadOnly("missing");
+    EXPECT_EQ(d.getQSettings()->fileName(), DefaultSettings::customPath().filePath());
+    EXPECT_TRUE(d.allKeys().isEmpty());
+}
+
+TEST_F(SettingsTest, StatusAndMessagesOfBrokenFiles)
+{
+    const QString broken = homePath() + "/broken.json";
+    writeFile(broken, "{\"a\": ");
+    {
+        GuiLogCapture log;
+        Settings s(QFileInfo(broken), "g");
+        EXPECT_EQ(s.status(), QSettings::FormatError);
+        EXPECT_EQ(s.group(), QStringLiteral("g"));
+        EXPECT_TRUE(log.messages().contains(QStringLiteral("Файл конфигурации не может быть загружен.\n"
+                                                           "Формат файла не соответствует заданному.\n")
+                                            + broken))
+            << qPrintable(log.messages().join("|"));
+        // Usable, and the unreadable file is not written over.
+        s.setValue("k", 1);
+        EXPECT_EQ(s.value("k"), QVariant(1));
+        s.sync();
+    }
+    EXPECT_EQ(readFile(broken), QByteArray("{\"a\": "));
+
+    // Valid JSON that gives no keys counts as a format error too; an empty
+    // file and a missing one do not.
+    const QString array = homePath() + "/array.json";
+    writeFile(array, "[1, 2]");
+    EXPECT_EQ(Settings(QFileInfo(array), QString()).status(), QSettings::FormatError);
+    const QString empty = homePath() + "/empty.json";
+    writeFile(empty, "");
+    GuiLogCapture log;
+    EXPECT_EQ(Settings(QFileInfo(empty), QString()).status(), QSettings::NoError);
+    EXPECT_EQ(Settings(QFileInfo(homePath() + "/none.json"), QString()).status(),
+              QSettings::NoError);
+    EXPECT_TRUE(log.messages().isEmpty());
+}
+
+TEST_F(SettingsTest, CopiesShareOneQSettingsAndOnlyOwnedOnesAreDeleted)
+{
+    QPointer<QSettings> owned;
+    {
+        Settings a(QFileInfo(homePath() + "/shared.json"), QString());
+        owned = a.getQSettings();
+        Settings b = a;
+        b.setValue("x", 5);
+        EXPECT_EQ(a.value("x"), QVariant(5));
+        EXPECT_EQ(a.getQSettings(), b.getQSettings());
+        EXPECT_EQ(a.format(), int(QtJsonSettings::jsonFormat()));
+        const Settings &c = a;
+        EXPECT_TRUE(a.isWritable());
+        EXPECT_FALSE(c.isWritable());
+    }
+    EXPECT_TRUE(owned.isNull());
+
+    QSettings external(homePath() + "/external.json", QtJsonSettings::jsonFormat());
+    {
+        Settings wrapped(&external);
+        wrapped.setValue("y", 1);
+    }
+    EXPECT_EQ(external.value("y"), QVariant(1));
+}
+
+TEST_F(SettingsTest, ForwardersReachTheWrappedObject)
+{
+    Settings s(QFileInfo(homePath() + "/fwd.json"), QString());
+    s.beginWriteArray("rows", 2);
+    s.setArrayIndex(1);
+    s.setValue("v", QStringLiteral("second"));
+    s.endArray();
+    s.beginGroup("g");
+    s.setValue("a", 1);
+    s.setValue("sub/b", 2);
+    EXPECT_EQ(s.childKeys(), QStringList{"a"});
+    EXPECT_EQ(s.childGroups(), QStringList{"sub"});
+    s.remove("a");
+    EXPECT_FALSE(s.contains("a"));
+    s.endGroup();
+    EXPECT_EQ(s.beginReadArray("rows"), 2);
+    s.setArrayIndex(1);
+    EXPECT_EQ(s.value("v"), QVariant(QStringLiteral("second")));
+    s.endArray();
+    EXPECT_EQ(s.allKeys(), (QStringList{"g/sub/b", "rows/2/v", "rows/size"}));
+}
+
+TEST_F(SettingsTest, IsResetFollowsTheUsersSettingsDirectory)
+{
+    EXPECT_TRUE(AppSettings::isReset());
+    AppSettings::createReadWrite("g").setValue("k", 1);
+    EXPECT_FALSE(AppSettings::isReset());
+    ASSERT_TRUE(QDir(appDir() + "/user/settings").removeRecursively());
+    EXPECT_TRUE(AppSettings::isReset());
+}
+
+TEST_F(SettingsTest, DefaultClearEmptiesOnlyItsGroup)
+{
+    {
+        DefaultSettings other("other");
+        other.setValue("keep", 1);
+    }
+    DefaultSettings d = DefaultSettings::createReadWrite("mine");
+    d.setValue("a", 1);
+    d.setValue("sub/b", 2);
+    d.clear();
+    EXPECT_EQ(d.group(), QStringLiteral("mine"));
+    EXPECT_TRUE(d.allKeys().isEmpty());
+    d.endGroup();
+    EXPECT_EQ(d.allKeys(), QStringList{"other/keep"});
+}
