@@ -3,8 +3,8 @@
 // called before this runs (from another library's static initialisers), so the
 // order below is the order of a normal load, not a requirement on callers.
 
-#include "numeric/datetime.h"
-#include "numeric/decimal.h"
+#include "pricing/optionpricing_p.h"
+#include "runtime/metatypes_p.h"
 #include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
 #include "numeric/xdecimal_p.h"
@@ -18,10 +18,9 @@ struct LibraryStartup
     LibraryStartup()
     {
         // 1. The pricing constant 1/sqrt(2*pi).
+        normDensityConstant();
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
-        datetime::metatypeId();
-        decimal::metatypeId();
-        xdecimal::metatypeId();
+        registerMetaTypes();
         // 3. The five patterns of decimal.
         DecimalPatterns::instance();
         // 4. The settings formats "json" and "map".
