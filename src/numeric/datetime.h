@@ -124,6 +124,7 @@ private:
     int64 m_data;
 };
 
+TABLEDB_DECLARE_VALUE_TYPEINFO(datetime);
 Q_DECLARE_METATYPE(datetime)
 
 #endif // TABLEDB_NUMERIC_DATETIME_H

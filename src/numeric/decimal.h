@@ -137,25 +137,7 @@ private:
     int64 m_data;
 };
 
-// Declared by hand so that the meta-type flags stay 259 (no MovableType), the
-// value other modules and saved variants were registered with.
-template <>
-class QTypeInfo<decimal>
-{
-public:
-    enum {
-        isSpecialized = true,
-        isPointer = false,
-        isIntegral = false,
-        isComplex = true,
-        isStatic = true,
-        isRelocatable = false,
-        isLarge = false,
-        isDummy = false,
-        sizeOf = sizeof(int64)
-    };
-};
-
+TABLEDB_DECLARE_VALUE_TYPEINFO(decimal);
 Q_DECLARE_METATYPE(decimal)
 
 TABLEDB_EXPORT QDataStream &operator<<(QDataStream &stream, const decimal &value);

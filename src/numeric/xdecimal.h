@@ -150,6 +150,7 @@ private:
     unsigned char m_data[16];
 };
 
+TABLEDB_DECLARE_VALUE_TYPEINFO(xdecimal);
 Q_DECLARE_METATYPE(xdecimal)
 
 TABLEDB_EXPORT QDataStream &operator<<(QDataStream &stream, const xdecimal &value);

@@ -3,11 +3,11 @@
 // called before this runs (from another library's static initialisers), so the
 // order below is the order of a normal load, not a requirement on callers.
 
-#include "pricing/optionpricing_p.h"
-#include "runtime/metatypes_p.h"
 #include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
 #include "numeric/xdecimal_p.h"
+#include "pricing/optionpricing_p.h"
+#include "runtime/metatypes_p.h"
 #include "settings/qtjsonsettings.h"
 #include "settings/workplacesettings.h"
 

@@ -180,7 +180,7 @@ TEST(Datetime, RegisteredMetaType)
     const int id = datetime::metatypeId();
     EXPECT_EQ(QMetaType::type("datetime"), id);
     // Qt 5.15 adds MovableType by itself to any trivially copyable type.
-    EXPECT_EQ(int(QMetaType::typeFlags(id)) & 259, 259);
+    EXPECT_EQ(int(QMetaType::typeFlags(id)), 259);
 
     const QVariant v = datetime(Jan2).toVariant();
     EXPECT_EQ(v.toString(), QStringLiteral("2020.01.02 03:04:05.006"));
