@@ -6,6 +6,10 @@
 #include <QList>
 #include <QtConcurrent/QtConcurrentMap>
 
+#if defined(TABLEDB_TSAN)
+#include <sanitizer/tsan_interface.h>
+#endif
+
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -54,6 +58,27 @@ public:
     // shorter run.
     template <typename Iterator, typename Compare>
     static void mergeRuns(Iterator begin, Iterator middle, Iterator end, const Compare &compare);
+
+private:
+    // blockingMap on the global pool. The hand-over of the data to the pool
+    // threads and back goes through Qt's uninstrumented thread pool, so a
+    // ThreadSanitizer build is told about it here.
+    template <typename Items, typename Function>
+    static void onPool(Items &items, Function function)
+    {
+#if defined(TABLEDB_TSAN)
+        static char handOver;
+        __tsan_release(&handOver);
+        QtConcurrent::blockingMap(items, [&function](typename Items::value_type &item) {
+            __tsan_acquire(&handOver);
+            function(item);
+            __tsan_release(&handOver);
+        });
+        __tsan_acquire(&handOver);
+#else
+        QtConcurrent::blockingMap(items, function);
+#endif
+    }
 };
 
 template <typename Iterator, typename Compare>
@@ -155,9 +180,7 @@ void ConcurrentSort::sort(Iterator begin, Iterator end, Compare compare)
     QList<BeginEnd<Iterator, Compare>> runs;
     for (int k = 0; k < 8; ++k)
         runs.append(BeginEnd<Iterator, Compare> { p[k], p[k + 1], compare });
-    QtConcurrent::blockingMap(runs, [](BeginEnd<Iterator, Compare> &run) {
-        sortRun(run.begin, run.end, run.compare);
-    });
+    onPool(runs, [](BeginEnd<Iterator, Compare> &run) { sortRun(run.begin, run.end, run.compare); });
 
     auto mergeItem = [](BeginMiddleEnd<Iterator, Compare> &item) {
         mergeRuns(item.begin, item.middle, item.end, item.compare);
@@ -165,12 +188,12 @@ void ConcurrentSort::sort(Iterator begin, Iterator end, Compare compare)
     QList<BeginMiddleEnd<Iterator, Compare>> merges;
     for (int k = 0; k < 8; k += 2)
         merges.append(BeginMiddleEnd<Iterator, Compare> { p[k], p[k + 1], p[k + 2], compare });
-    QtConcurrent::blockingMap(merges, mergeItem);
+    onPool(merges, mergeItem);
 
     merges.clear();
     merges.append(BeginMiddleEnd<Iterator, Compare> { p[0], p[2], p[4], compare });
     merges.append(BeginMiddleEnd<Iterator, Compare> { p[4], p[6], p[8], compare });
-    QtConcurrent::blockingMap(merges, mergeItem);
+    onPool(merges, mergeItem);
 
     mergeRuns(p[0], p[4], p[8], compare);
 }

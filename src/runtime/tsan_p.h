@@ -10,6 +10,10 @@
 
 namespace tsan {
 inline void lockCreated(void *lock) { __tsan_mutex_create(lock, __tsan_mutex_not_static); }
+inline void recursiveLockCreated(void *lock)
+{
+    __tsan_mutex_create(lock, __tsan_mutex_not_static | __tsan_mutex_write_reentrant);
+}
 inline void lockDestroyed(void *lock) { __tsan_mutex_destroy(lock, 0); }
 inline void locked(void *lock) { __tsan_mutex_pre_lock(lock, 0); __tsan_mutex_post_lock(lock, 0, 0); }
 inline void lockedForRead(void *lock)
@@ -32,6 +36,7 @@ inline void acquire(void *addr) { __tsan_acquire(addr); }
 
 namespace tsan {
 inline void lockCreated(void *) { }
+inline void recursiveLockCreated(void *) { }
 inline void lockDestroyed(void *) { }
 inline void locked(void *) { }
 inline void lockedForRead(void *) { }
@@ -42,5 +47,31 @@ inline void acquire(void *) { }
 } // namespace tsan
 
 #endif
+
+#include <QMutex>
+
+namespace tsan {
+// QMutexLocker that also tells ThreadSanitizer. The mutex must have been
+// announced with lockCreated().
+class MutexLocker
+{
+public:
+    explicit MutexLocker(QMutex *mutex) : m_mutex(mutex)
+    {
+        m_mutex->lock();
+        locked(m_mutex);
+    }
+    ~MutexLocker()
+    {
+        unlocking(m_mutex);
+        m_mutex->unlock();
+    }
+    MutexLocker(const MutexLocker &) = delete;
+    MutexLocker &operator=(const MutexLocker &) = delete;
+
+private:
+    QMutex *m_mutex;
+};
+} // namespace tsan
 
 #endif // TABLEDB_RUNTIME_TSAN_P_H

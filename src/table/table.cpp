@@ -4,6 +4,7 @@
 #include "index/masterindex.h"
 #include "numeric/stringpool.h"
 #include "runtime/elapsed_p.h"
+#include "runtime/tsan_p.h"
 #include "table/table_p.h"
 
 int64 Table::m_nsecsElapsedTotal = 0;
@@ -11,9 +12,13 @@ int64 Table::m_nsecsElapsedTotal = 0;
 TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
     : name(n), title(t), pendingTrans(table)
 {
+    tsan::recursiveLockCreated(&mutex);
 }
 
-TablePrivate::~TablePrivate() = default;
+TablePrivate::~TablePrivate()
+{
+    tsan::lockDestroyed(&mutex);
+}
 
 void TablePrivate::cacheColumn(const QString &columnName)
 {
@@ -325,10 +330,12 @@ void Table::endUpdate()
 void Table::lock()
 {
     d->mutex.lock();
+    tsan::locked(&d->mutex);
 }
 
 void Table::unlock()
 {
+    tsan::unlocking(&d->mutex);
     d->mutex.unlock();
 }
 
