@@ -146,23 +146,17 @@ int Table::rowCount() const
 
 void Table::appendRow()
 {
-    unsigned char *row = allocRow();
-    if (!row)
-        return;
-    const Record record(row);
-    d->masterIndex->add(record);
-    const QList<Index *> indexes = d->indexes;
-    for (Index *index : indexes) {
-        if (index->filter(record))
-            index->add(record);
-    }
+    if (unsigned char *row = allocRow())
+        appendRow(row);
 }
 
 void Table::appendRow(unsigned char *row)
 {
     const Record record(row);
     d->masterIndex->add(record);
-    for (Index *index : qAsConst(d->indexes)) {
+    // A copy of the list: an index may register another one while adding.
+    const QList<Index *> indexes = d->indexes;
+    for (Index *index : indexes) {
         if (index->filter(record))
             index->add(record);
     }
