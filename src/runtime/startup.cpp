@@ -7,6 +7,7 @@
 #include "numeric/decimal.h"
 #include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
+#include "numeric/xdecimal_p.h"
 
 namespace {
 
@@ -18,12 +19,15 @@ struct LibraryStartup
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
         datetime::metatypeId();
         decimal::metatypeId();
+        xdecimal::metatypeId();
         // 3. The five patterns of decimal.
         DecimalPatterns::instance();
         // 4. The settings formats "json" and "map".
         // 5. The shared MapSettings store, then the current workplace name.
         // 6. The five patterns of xdecimal.
+        xdecimalPrivate::patterns();
         // 7. xdecimal::zero, minimum and maximum.
+        xdecimalPrivate::bounds(); // zero is constant-initialised
         // 8. The global StringPool.
         StringPool::global();
     }
