@@ -5,6 +5,7 @@
 
 #include "numeric/datetime.h"
 #include "numeric/decimal.h"
+#include "pricing/optionpricing_p.h"
 #include "numeric/decimal_p.h"
 #include "numeric/stringpool.h"
 #include "numeric/xdecimal_p.h"
@@ -16,6 +17,7 @@ struct LibraryStartup
     LibraryStartup()
     {
         // 1. The pricing constant 1/sqrt(2*pi).
+        normDensityConstant();
         // 2. Meta-types: datetime, decimal, xdecimal, Record, "HRunnable", "QVector<int>".
         datetime::metatypeId();
         decimal::metatypeId();

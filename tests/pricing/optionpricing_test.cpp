@@ -1,0 +1,365 @@
+#include "pricing/optionpricing.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace {
+
+const double kSentinel = 12345.0;
+const double kCdfError = 3e-7; // the seven-digit polynomial against the true integral
+
+double trueCdf(double x) { return 0.5 * std::erfc(-x / std::sqrt(2.0)); }
+double truePdf(double x) { return std::exp(-0.5 * x * x) / std::sqrt(2.0 * M_PI); }
+
+struct Greeks
+{
+    double call, put, deltaCall, deltaPut, gamma, vega, theta;
+};
+
+// Black-76 without discounting; sigma a plain fraction; vega per unit of
+// volatility and theta per year, as calcVolatParamsNorm reports them.
+Greeks black76(double F, double K, double sqrtT, double sigma)
+{
+    const double w = sigma * sqrtT;
+    const double d1 = (std::log(F / K) + 0.5 * w * w) / w;
+    const double d2 = d1 - w;
+    return {F * trueCdf(d1) - K * trueCdf(d2), K * trueCdf(-d2) - F * trueCdf(-d1),
+            trueCdf(d1), trueCdf(d1) - 1.0, truePdf(d1) / (F * w), F * sqrtT * truePdf(d1),
+            -F * truePdf(d1) * sigma / (2.0 * sqrtT)};
+}
+
+// Bachelier; sigma in price units. Theta is the size of the true decay.
+Greeks bachelier(double F, double K, double sqrtT, double sigma)
+{
+    const double w = sigma * sqrtT;
+    const double d = (F - K) / w;
+    return {(F - K) * trueCdf(d) + w * truePdf(d), (K - F) * trueCdf(-d) + w * truePdf(d),
+            trueCdf(d), trueCdf(d) - 1.0, truePdf(d) / w, sqrtT * truePdf(d),
+            sigma * truePdf(d) / (2.0 * sqrtT)};
+}
+
+VolatInputParams input(double F, double K, double sqrtT, int model)
+{
+    VolatInputParams in;
+    in.underlying = F;
+    in.strike = K;
+    in.sqrtTime = sqrtT;
+    in.model = model;
+    return in;
+}
+
+VolatOutputParams sentinelOutput()
+{
+    VolatOutputParams out;
+    out.deltaCall = out.deltaPut = out.gamma = out.vega = out.theta = kSentinel;
+    out.theorPriceCall = out.theorPricePut = kSentinel;
+    return out;
+}
+
+void expectMatches(const VolatOutputParams &out, const Greeks &g, double priceScale)
+{
+    EXPECT_NEAR(out.theorPriceCall, g.call, kCdfError * priceScale);
+    EXPECT_NEAR(out.theorPricePut, g.put, kCdfError * priceScale);
+    EXPECT_NEAR(out.deltaCall, g.deltaCall, kCdfError);
+    EXPECT_NEAR(out.deltaPut, g.deltaPut, kCdfError);
+    // The density is exact, so the other Greeks agree to rounding.
+    EXPECT_NEAR(out.gamma, g.gamma, 1e-12 * std::fabs(g.gamma) + 1e-300);
+    EXPECT_NEAR(out.vega, g.vega, 1e-12 * std::fabs(g.vega));
+    EXPECT_NEAR(out.theta, g.theta, 1e-12 * std::fabs(g.theta));
+}
+
+} // namespace
+
+TEST(NormalDistribution, AgreesWithTheTrueIntegralWithinThePolynomialError)
+{
+    for (double x = -12.0; x <= 12.0; x += 0.0625) {
+        EXPECT_NEAR(norm_cdf(x), trueCdf(x), kCdfError) << x;
+        EXPECT_NEAR(norm_pdf(x), truePdf(x), 1e-15) << x;
+    }
+    // 0 takes the branch that returns the polynomial itself, not 1 - p.
+    EXPECT_NEAR(norm_cdf(0.0), 0.5, kCdfError);
+    EXPECT_NE(norm_cdf(0.0), 0.5);
+    // The cut-offs are strict: 10 itself still goes through the polynomial.
+    EXPECT_GT(norm_cdf(-10.0), 0.0);
+    EXPECT_EQ(norm_cdf(-10.0000001), 0.0);
+}
+
+TEST(PricingModels, LognormalPricesAndGreeksFollowBlack76)
+{
+    for (double K : {60.0, 95.0, 100.0, 107.5, 180.0})
+        for (double sqrtT : {0.1, 0.5, 1.3})
+            for (double sigma : {0.05, 0.3, 0.9}) {
+                SCOPED_TRACE(testing::Message() << K << ' ' << sqrtT << ' ' << sigma);
+                const VolatInputParams in = input(100.0, K, sqrtT, 0);
+                VolatOutputParams out = sentinelOutput();
+                calcVolatParamsNorm(out, in, sigma);
+                const Greeks g = black76(100.0, K, sqrtT, sigma);
+                expectMatches(out, g, 100.0 + K);
+                EXPECT_TRUE(std::signbit(out.theta)); // -0.0 where the density underflows
+
+                const std::pair<double, double> prices = theorPriceCallPut(in, sigma);
+                EXPECT_NEAR(prices.first, g.call, kCdfError * (100.0 + K));
+                EXPECT_NEAR(prices.second, g.put, kCdfError * (100.0 + K));
+            }
+}
+
+TEST(PricingModels, NormalPricesAndGreeksFollowBachelier)
+{
+    for (double K : {-20.0, 80.0, 100.0, 103.0, 150.0})
+        for (double sqrtT : {0.2, 1.0})
+            for (double sigma : {1.0, 15.0, 60.0}) {
+                SCOPED_TRACE(testing::Message() << K << ' ' << sqrtT << ' ' << sigma);
+                const VolatInputParams in = input(100.0, K, sqrtT, 1);
+                VolatOutputParams out = sentinelOutput();
+                calcVolatParamsNorm(out, in, sigma);
+                const Greeks g = bachelier(100.0, K, sqrtT, sigma);
+                expectMatches(out, g, std::fabs(100.0 - K) + sigma * sqrtT);
+                EXPECT_FALSE(std::signbit(out.theta)); // positive here, unlike the lognormal model
+
+                const std::pair<double, double> prices = theorPriceCallPut(in, sigma);
+                EXPECT_NEAR(prices.first, g.call, kCdfError * (std::fabs(100.0 - K) + sigma));
+                EXPECT_NEAR(prices.second, g.put, kCdfError * (std::fabs(100.0 - K) + sigma));
+            }
+}
+
+TEST(PricingModels, NormLayerLeavesOutputUntouchedOnInputsItRejects)
+{
+    const std::vector<VolatInputParams> rejected = {
+        input(100.0, 0.0, 1.0, 0), input(-1.0, 100.0, 1.0, 0), input(NAN, 100.0, 1.0, 0),
+        input(100.0, 100.0, 0.0, 0), input(100.0, 100.0, NAN, 1), input(100.0, 100.0, 1.0, 2)};
+    for (const VolatInputParams &in : rejected) {
+        VolatOutputParams out = sentinelOutput();
+        calcVolatParamsNorm(out, in, 0.2);
+        EXPECT_EQ(out.theorPriceCall, kSentinel);
+        EXPECT_EQ(out.gamma, kSentinel);
+    }
+    VolatOutputParams out = sentinelOutput();
+    calcVolatParamsNorm(out, input(100.0, 100.0, 1.0, 1), 0.0);
+    EXPECT_EQ(out.vega, kSentinel);
+}
+
+TEST(PricingUnits, PublicLayerScalesVolatilityVegaAndTheta)
+{
+    VolatOutputParams norm = sentinelOutput(), pub = sentinelOutput();
+    const VolatInputParams logIn = input(100.0, 110.0, 0.5, 0);
+    calcVolatParamsNorm(norm, logIn, 0.25);
+    calcVolatParams(pub, logIn, 25.0); // percent
+    EXPECT_DOUBLE_EQ(pub.theorPriceCall, norm.theorPriceCall);
+    EXPECT_DOUBLE_EQ(pub.deltaCall, norm.deltaCall);
+    EXPECT_DOUBLE_EQ(pub.vega, norm.vega / 100.0); // per volatility percent
+    EXPECT_DOUBLE_EQ(pub.theta, norm.theta / 365.0); // per day
+    EXPECT_LT(pub.theta, 0.0);
+
+    norm = sentinelOutput();
+    pub = sentinelOutput();
+    const VolatInputParams normalIn = input(100.0, 110.0, 0.5, 1);
+    calcVolatParamsNorm(norm, normalIn, 25.0);
+    calcVolatParams(pub, normalIn, 25.0); // price units, not divided
+    EXPECT_DOUBLE_EQ(pub.theorPricePut, norm.theorPricePut);
+    EXPECT_DOUBLE_EQ(pub.vega, norm.vega);
+    EXPECT_DOUBLE_EQ(pub.theta, norm.theta / 365.0);
+    EXPECT_GT(pub.theta, 0.0);
+}
+
+TEST(PricingUnits, IntrinsicCasesWriteOnlyPricesAndOneDelta)
+{
+    VolatOutputParams out = sentinelOutput();
+    calcVolatParams(out, input(100.0, 100.0, 1.0, 0), 0.0);
+    EXPECT_EQ(out.theorPriceCall, 0.0);
+    EXPECT_EQ(out.theorPricePut, 0.0);
+    EXPECT_EQ(out.deltaCall, 0.5);
+    EXPECT_EQ(out.deltaPut, -0.5);
+    EXPECT_EQ(out.gamma, kSentinel);
+
+    out = sentinelOutput();
+    calcVolatParams(out, input(120.0, 100.0, 1.0, 1), 0.0);
+    EXPECT_EQ(out.theorPriceCall, 20.0);
+    EXPECT_EQ(out.deltaCall, 1.0);
+    EXPECT_EQ(out.theorPricePut, 0.0);
+    EXPECT_EQ(out.deltaPut, kSentinel);
+
+    // A bad lognormal price goes intrinsic even with a volatility.
+    out = sentinelOutput();
+    calcVolatParams(out, input(-5.0, 10.0, 1.0, 0), 30.0);
+    EXPECT_EQ(out.theorPricePut, 15.0);
+    EXPECT_EQ(out.deltaPut, -1.0);
+    EXPECT_EQ(out.deltaCall, kSentinel);
+
+    // No time: nothing at all is written.
+    out = sentinelOutput();
+    calcVolatParams(out, input(120.0, 100.0, 0.0, 0), 30.0);
+    EXPECT_EQ(out.theorPriceCall, kSentinel);
+}
+
+TEST(VolatilityCurve, ShapeBoundsAndDegenerateInputs)
+{
+    VolatInputParams in = input(100.0, 120.0, 0.5, 0);
+    in.curveA = 0.2;
+    in.curveB = 0.1;
+    in.curveC = 2.0;
+    in.curveD = 0.05;
+    in.curveE = 3.0;
+    in.curveShift = 0.01;
+    in.curveScale = 100.0;
+    in.minVolat = 1.0;
+    in.maxVolat = 200.0;
+    const double x = std::log(1.2) / 0.5 - 0.01 / 0.5;
+    const double expected = ((1.0 - std::exp(-x * 2.0 * x)) * 0.1 + 0.2) * 100.0
+            + std::atan(3.0 * x) * 0.05 / 3.0;
+    EXPECT_NEAR(volatByCurve(in), expected, 1e-12);
+
+    in.maxVolat = 10.0;
+    EXPECT_EQ(volatByCurve(in), 10.0);
+    in.minVolat = 15.0; // crossed bounds: the lower one wins
+    EXPECT_EQ(volatByCurve(in), 15.0);
+
+    in.model = 1; // normal: moneyness over scale, no upper bound
+    in.minVolat = 0.0;
+    const double xn = (120.0 - 100.0) / (0.5 * 100.0) - 0.01 / 0.5;
+    EXPECT_NEAR(volatByCurve(in),
+                ((1.0 - std::exp(-xn * 2.0 * xn)) * 0.1 + 0.2) * 100.0
+                        + std::atan(3.0 * xn) * 0.05 / 3.0,
+                1e-12);
+
+    in.model = 0;
+    in.strike = 0.0;
+    EXPECT_EQ(volatByCurve(in), 0.0);
+    in.strike = 120.0;
+    in.model = 7;
+    EXPECT_EQ(volatByCurve(in), 0.0);
+    in.model = 0;
+    in.curveE = 0.0; // 0/0 is left as NaN
+    EXPECT_TRUE(std::isnan(volatByCurve(in)));
+
+    // A negative volatility asks for the curve; a curve of 0 then goes intrinsic.
+    in.curveE = 3.0;
+    in.minVolat = 1.0;
+    in.maxVolat = 200.0;
+    VolatOutputParams viaCurve = sentinelOutput(), direct = sentinelOutput();
+    calcVolatParams(viaCurve, in, -1.0);
+    calcVolatParams(direct, in, volatByCurve(in));
+    EXPECT_EQ(viaCurve.theorPriceCall, direct.theorPriceCall);
+    EXPECT_EQ(viaCurve.vega, direct.vega);
+    in.underlying = -1.0;
+    viaCurve = sentinelOutput();
+    calcVolatParams(viaCurve, in, -1.0);
+    EXPECT_EQ(viaCurve.theorPricePut, 121.0);
+    EXPECT_EQ(viaCurve.vega, kSentinel);
+}
+
+TEST(RoundedPrice, RoundsTheChosenLegAndNeverGoesBelowOneStep)
+{
+    VolatInputParamsEx in;
+    in.underlying = 100.0;
+    in.strike = 90.0;
+    in.sqrtTime = 0.5;
+    in.curveA = 0.3;
+    in.curveScale = 100.0;
+    in.curveE = 1.0;
+    in.maxVolat = 500.0;
+    in.priceStep = 0.25;
+    VolatOutputParamsEx out;
+    calcVolatParamsEx(out, in);
+    EXPECT_NEAR(out.volat, 30.0, 1e-12);
+    EXPECT_EQ(out.theorPriceRounded, std::round(out.theorPriceCall / 0.25) * 0.25);
+
+    // A deep out-of-the-money put is worth less than a step: one step it is.
+    in.isPut = true;
+    in.strike = 1.0;
+    in.curveA = 0.01;
+    calcVolatParamsEx(out, in);
+    EXPECT_LT(out.theorPricePut, 0.25);
+    EXPECT_EQ(out.theorPriceRounded, 0.25);
+
+    // Zero volatility: the put is worth 0.0, still rounded up to a step.
+    in.curveA = 0.0;
+    in.curveE = 1.0;
+    calcVolatParamsEx(out, in);
+    EXPECT_EQ(out.theorPricePut, 0.0);
+    EXPECT_EQ(out.theorPriceRounded, 0.25);
+
+    // A zero step cannot round: the price stays as it is.
+    in.isPut = false;
+    in.priceStep = 0.0;
+    calcVolatParamsEx(out, in);
+    EXPECT_EQ(out.theorPriceRounded, out.theorPriceCall);
+}
+
+TEST(ImpliedVolatility, RecoversTheVolatilityThatMadeThePrice)
+{
+    for (double K : {90.0, 100.0, 112.0})
+        for (double vol : {12.0, 35.0, 120.0})
+            for (bool isPut : {false, true}) {
+                const VolatInputParams in = input(100.0, K, 0.6, 0);
+                const std::pair<double, double> p = theorPriceCallPut(in, vol / 100.0);
+                const double price = isPut ? p.second : p.first;
+                const double v = volatByTheorPrice(in, isPut, price, 0.0, 1.0, 300.0, 1e-9, 1e-6);
+                EXPECT_NEAR(v, vol, 1e-4) << K << ' ' << vol << ' ' << isPut;
+            }
+    const VolatInputParams normal = input(100.0, 90.0, 0.8, 1);
+    const double price = theorPriceCallPut(normal, 22.0).first;
+    EXPECT_NEAR(volatByTheorPrice(normal, false, price, 0.0, 0.0, 500.0, 1e-9, 1e-6), 22.0, 1e-5);
+}
+
+TEST(ImpliedVolatility, BisectionTakesOverAndFailureIsMinusOne)
+{
+    const VolatInputParams in = input(100.0, 100.0, 1.0, 0);
+    const double price = theorPriceCallPut(in, 0.4).first;
+    // Start above the bounds: Newton is skipped, bisection from 0 finds it.
+    EXPECT_NEAR(volatByTheorPrice(in, false, price, 900.0, 0.0, 100.0, 1e-7, 1e-5), 40.0, 1e-3);
+    // Bisection needs positive tolerances.
+    EXPECT_EQ(volatByTheorPrice(in, false, price, 900.0, 0.0, 100.0, 0.0, 1e-5), -1.0);
+    // A price above every call price: Newton leaves the bounds, and bisection
+    // ends at the upper bound once the interval is narrow enough...
+    EXPECT_NEAR(volatByTheorPrice(in, false, 150.0, 20.0, 1.0, 300.0, 1e-9, 1e-9), 300.0, 1e-6);
+    // A negative price drives bisection towards 0, halving 100 times without
+    // reaching a tolerance that small: failure.
+    EXPECT_EQ(volatByTheorPrice(in, false, -1.0, 20.0, 0.0, 300.0, 1e-9, 1e-38), -1.0);
+    EXPECT_EQ(volatByTheorPrice(in, false, price, 20.0, 50.0, 10.0, 1e-9, 1e-9), -1.0);
+    // The default start of 50 (percent, or price units) is itself a solution.
+    EXPECT_EQ(volatByTheorPrice(in, false, theorPriceCallPut(in, 0.5).first, 0.0, 1.0, 99.0,
+                                1e-12, 1e-9),
+              50.0);
+    const VolatInputParams normal = input(100.0, 100.0, 1.0, 1);
+    EXPECT_EQ(volatByTheorPrice(normal, true, theorPriceCallPut(normal, 50.0).second, 0.0, 1.0,
+                                99.0, 1e-12, 1e-9),
+              50.0);
+}
+
+TEST(PricingRobustness, AnyDoublesGiveValuesAndNeverHang)
+{
+    const double inf = std::numeric_limits<double>::infinity();
+    const std::vector<double> values = {0.0, -1.0, 1.0, 100.0, NAN, inf, -inf, 1e308, 1e-308};
+    for (double a : values)
+        for (double b : values)
+            for (int model : {0, 1, 5}) {
+                VolatInputParamsEx in;
+                in.underlying = a;
+                in.strike = b;
+                in.sqrtTime = a;
+                in.curveA = b;
+                in.curveB = a;
+                in.curveC = 1.0;
+                in.curveD = b;
+                in.curveE = a;
+                in.curveShift = b;
+                in.curveScale = a;
+                in.minVolat = b;
+                in.maxVolat = a;
+                in.model = model;
+                in.priceStep = b;
+                VolatOutputParamsEx out;
+                calcVolatParamsEx(out, in);
+                const double curve = volatByCurve(in);
+                if (!std::isnan(curve) && !std::isnan(in.minVolat) && model == 1) {
+                    EXPECT_GE(curve, in.minVolat);
+                }
+                const double cdf = norm_cdf(a * b);
+                EXPECT_TRUE(std::isnan(cdf) || (cdf >= 0.0 && cdf <= 1.0));
+                const double v = volatByTheorPrice(in, model == 1, a, b, b, a, b, a);
+                EXPECT_TRUE(v == -1.0 || std::isnan(v) || model != 5 || b > 0.0) << v;
+            }
+}

@@ -1,0 +1,221 @@
+#include "runtime/runnablemanager.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSemaphore>
+#include <QThread>
+#include <QThreadPool>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+struct Counters
+{
+    std::atomic<int> runs{0};
+    std::atomic<int> ranWhileAllowed{0}; // canRun() was true when run() began
+    std::atomic<int> destroyed{0};
+};
+
+// Polls canRun() for up to `spins` short sleeps, as a well-behaved task does.
+class PollingTask : public Runnable
+{
+public:
+    PollingTask(Counters *counters, int spins) : m_counters(counters), m_spins(spins) { }
+    ~PollingTask() override { ++m_counters->destroyed; }
+
+    void run() override
+    {
+        if (canRun())
+            ++m_counters->ranWhileAllowed;
+        for (int i = 0; i < m_spins && canRun(); ++i)
+            QThread::usleep(200);
+        ++m_counters->runs;
+    }
+
+private:
+    Counters *m_counters;
+    int m_spins;
+};
+
+// Ignores canRun() and waits for the test to let it go.
+class StubbornTask : public Runnable
+{
+public:
+    explicit StubbornTask(QSemaphore *release) : m_release(release) { }
+    void run() override
+    {
+        m_started.release();
+        m_release->acquire();
+        finished = true;
+    }
+
+    QSemaphore m_started;
+    std::atomic<bool> finished{false};
+
+private:
+    QSemaphore *m_release;
+};
+
+// Delivers queued finished() signals until `count` arrived or five seconds passed.
+bool waitForSignals(const std::atomic<int> &received, int count)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (received.load() < count && timer.elapsed() < 5000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    return received.load() == count;
+}
+
+} // namespace
+
+TEST(RunnableManager, IdleManagerAnswersAtOnce)
+{
+    RunnableManager manager;
+    EXPECT_FALSE(manager.isRunning());
+    int unknown = 0;
+    EXPECT_FALSE(manager.isRunning(&unknown));
+    manager.stopRunnable(&unknown, false);
+    manager.stopRunnable(&unknown, true); // must not wait for anything
+    manager.stopRunnables(true);
+    EXPECT_FALSE(manager.isRunning());
+}
+
+TEST(RunnableManager, ManyTasksFromTwoThreadsEachRunAndReportOnce)
+{
+    QThreadPool pool;
+    pool.setMaxThreadCount(4);
+    Counters counters;
+    std::atomic<int> signalled{0};
+    const int perThread = 300;
+    {
+        RunnableManager manager;
+        QObject::connect(&manager, &RunnableManager::finished, [&](HRunnable h) {
+            EXPECT_NE(h, nullptr);
+            ++signalled;
+        });
+        auto starter = [&] {
+            for (int i = 0; i < perThread; ++i)
+                manager.startRunnable(new PollingTask(&counters, i % 3), &pool, i % 2);
+        };
+        std::thread a(starter), b(starter);
+        a.join();
+        b.join();
+        manager.stopRunnables(true);
+        EXPECT_TRUE(waitForSignals(signalled, 2 * perThread));
+        EXPECT_FALSE(manager.isRunning());
+    }
+    pool.waitForDone();
+    QCoreApplication::processEvents(); // a second report would arrive now
+    EXPECT_EQ(signalled, 2 * perThread);
+    EXPECT_EQ(counters.runs, 2 * perThread);
+    EXPECT_EQ(counters.destroyed, 2 * perThread);
+}
+
+TEST(RunnableManager, StopOneWithAndWithoutWaiting)
+{
+    QThreadPool pool;
+    Counters counters;
+    RunnableManager manager;
+    std::atomic<int> signalled{0};
+    QObject::connect(&manager, &RunnableManager::finished, [&](HRunnable) { ++signalled; });
+
+    PollingTask *kept = new PollingTask(&counters, 1000000);
+    kept->setAutoDelete(false); // stays ours after its end
+    const HRunnable first = manager.startRunnable(kept, &pool, 0);
+    const HRunnable second = manager.startRunnable(new PollingTask(&counters, 1000000), &pool, 0);
+    EXPECT_TRUE(manager.isRunning(first));
+    EXPECT_TRUE(manager.isRunning(second));
+
+    manager.stopRunnable(first, true);
+    EXPECT_FALSE(manager.isRunning(first));
+    EXPECT_EQ(counters.runs, 1); // its run() was over when the wait ended
+    EXPECT_TRUE(manager.isRunning(second));
+
+    manager.stopRunnable(second, false);
+    QElapsedTimer timer;
+    timer.start();
+    while (manager.isRunning() && timer.elapsed() < 5000)
+        QThread::msleep(1);
+    EXPECT_FALSE(manager.isRunning());
+    // Stopped tasks report their end too.
+    EXPECT_TRUE(waitForSignals(signalled, 2));
+    pool.waitForDone();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(signalled, 2);
+    EXPECT_EQ(counters.destroyed, 1);
+    EXPECT_FALSE(kept->canRun());
+    delete kept;
+}
+
+TEST(RunnableManager, TasksStoppedWhileQueuedStillRunAndSeeTheStop)
+{
+    QThreadPool pool;
+    pool.setMaxThreadCount(1);
+    Counters counters;
+    QSemaphore release;
+    RunnableManager manager;
+    StubbornTask *blocker = new StubbornTask(&release);
+    blocker->setAutoDelete(false);
+    manager.startRunnable(blocker, &pool, 0);
+    blocker->m_started.acquire(); // the only pool thread is now busy
+    for (int i = 0; i < 20; ++i)
+        manager.startRunnable(new PollingTask(&counters, 1000000), &pool, 0);
+
+    manager.stopRunnables(false);
+    release.release();
+    manager.stopRunnables(true);
+    EXPECT_FALSE(manager.isRunning());
+    EXPECT_EQ(counters.runs, 20);
+    EXPECT_EQ(counters.ranWhileAllowed, 0);
+    pool.waitForDone();
+    delete blocker;
+}
+
+TEST(RunnableManager, WaitingBlocksUntilATaskThatIgnoresTheStopReturns)
+{
+    QThreadPool pool;
+    QSemaphore release;
+    StubbornTask *task = new StubbornTask(&release);
+    task->setAutoDelete(false);
+    std::atomic<bool> destroyed{false};
+    std::thread stopper;
+    {
+        RunnableManager *manager = new RunnableManager;
+        manager->startRunnable(task, &pool, 0);
+        task->m_started.acquire();
+        // The destructor stops and waits; run it where the test can watch.
+        stopper = std::thread([&] {
+            delete manager;
+            destroyed = true;
+        });
+        QThread::msleep(50);
+        EXPECT_FALSE(destroyed);
+        EXPECT_FALSE(task->finished);
+        release.release();
+        stopper.join();
+    }
+    EXPECT_TRUE(destroyed);
+    EXPECT_TRUE(task->finished);
+    pool.waitForDone();
+    delete task;
+}
+
+TEST(RunnableManager, DestroyedWithQueuedAndRunningTasksWaitsForAll)
+{
+    QThreadPool pool;
+    pool.setMaxThreadCount(2);
+    Counters counters;
+    for (int round = 0; round < 20; ++round) {
+        RunnableManager manager;
+        for (int i = 0; i < 10; ++i)
+            manager.startRunnable(new PollingTask(&counters, 1000000), &pool, 0);
+    }
+    // Every run() was over before its manager went; the pool only deletes.
+    EXPECT_EQ(counters.runs, 200);
+    pool.waitForDone();
+    EXPECT_EQ(counters.destroyed, 200);
+}
