@@ -1,5 +1,19 @@
 #include "index/masterkeycache.h"
 
+#include "runtime/tsan_p.h"
+
+MasterKeyCache::Locker::Locker(QMutex *mutex) : m_mutex(mutex)
+{
+    m_mutex->lock();
+    tsan::locked(m_mutex);
+}
+
+MasterKeyCache::Locker::~Locker()
+{
+    tsan::unlocking(m_mutex);
+    m_mutex->unlock();
+}
+
 MasterKeyCache::MasterKeyCache() = default;
 
 MasterKeyCache::~MasterKeyCache()

@@ -5,6 +5,7 @@
 #include "table/record.h"
 
 #include <QHash>
+#include <QMutex>
 
 // A least-recently-used map from packed key to row, each entry of cost 1, so
 // that the total cost is the number of entries. It holds a reference to each
@@ -12,6 +13,19 @@
 class TABLEDB_EXPORT MasterKeyCache
 {
 public:
+    // Holds a cache's mutex for its lifetime, in a way that ThreadSanitizer
+    // sees (it cannot see inside Qt's QMutex).
+    class TABLEDB_EXPORT Locker
+    {
+    public:
+        explicit Locker(QMutex *mutex);
+        ~Locker();
+
+    private:
+        QMutex *m_mutex;
+        Q_DISABLE_COPY(Locker)
+    };
+
     MasterKeyCache(); // maxCost 100
     ~MasterKeyCache();
 

@@ -5,9 +5,10 @@
 #include <QStringRef>
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
-template class TABLEDB_EXPORT QList<FieldValue>;
+template class QList<FieldValue>;
 
 namespace {
 
