@@ -434,6 +434,11 @@ Field &Field::operator=(const QString &text)
     return *this = QStringRef(&text);
 }
 
+Field &Field::operator=(const char *text)
+{
+    return *this = QString::fromUtf8(text);
+}
+
 Field &Field::operator=(int value)
 {
     switch (def->type) {

@@ -96,6 +96,7 @@ public:
     // Empty text makes a nullable cell NULL.
     Field &operator=(const QStringRef &text);
     Field &operator=(const QString &text);
+    Field &operator=(const char *text); // UTF-8, as QString reads it
     Field &operator=(QChar value);
     Field &operator=(const decimal &value); // a Decimal cell keeps the value's scale
     Field &operator=(const xdecimal &value); // an XDecimal cell keeps the value's scale

@@ -73,7 +73,7 @@ TEST(FieldValue, CopiesCarryDefinitionContentAndNullState)
 
     // A String value written through Field has no table: the global pool.
     FieldValue pooled(FieldType::String, 0, true);
-    pooled = QStringLiteral("global");
+    pooled = "global";
     EXPECT_EQ(pooled.toText(), QStringLiteral("global"));
 }
 
