@@ -5,8 +5,11 @@
 // included, by interposing glibc's malloc family. Include it in exactly one
 // translation unit of a benchmark program.
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cstddef>
+#include <cstdlib>
 
 extern "C" {
 void *__libc_malloc(size_t size);
@@ -33,31 +36,31 @@ inline long count()
 
 extern "C" {
 
-void *malloc(size_t size)
+void *malloc(size_t size) noexcept
 {
     alloccounter::counter().fetch_add(1, std::memory_order_relaxed);
     return __libc_malloc(size);
 }
 
-void *calloc(size_t count, size_t size)
+void *calloc(size_t count, size_t size) noexcept
 {
     alloccounter::counter().fetch_add(1, std::memory_order_relaxed);
     return __libc_calloc(count, size);
 }
 
-void *realloc(void *p, size_t size)
+void *realloc(void *p, size_t size) noexcept
 {
     alloccounter::counter().fetch_add(1, std::memory_order_relaxed);
     return __libc_realloc(p, size);
 }
 
-void *memalign(size_t alignment, size_t size)
+void *memalign(size_t alignment, size_t size) noexcept
 {
     alloccounter::counter().fetch_add(1, std::memory_order_relaxed);
     return __libc_memalign(alignment, size);
 }
 
-int posix_memalign(void **out, size_t alignment, size_t size)
+int posix_memalign(void **out, size_t alignment, size_t size) noexcept
 {
     alloccounter::counter().fetch_add(1, std::memory_order_relaxed);
     void *p = __libc_memalign(alignment, size);
