@@ -127,7 +127,7 @@ void BM_Transaction(benchmark::State &state)
         keys.reserve(updates);
         for (int i = 0; i < updates; ++i)
             keys.append(f.table->at(int(random() % unsigned(rows))));
-        const long before = alloccounter::now();
+        const long before = alloccounter::count();
         {
             RecordsTrans trans(f.table.get());
             const int column = kind == InPlace ? Note : Price;
@@ -137,7 +137,7 @@ void BM_Transaction(benchmark::State &state)
                 trans.extendColumns(column, column);
             }
         }
-        allocated += alloccounter::now() - before;
+        allocated += alloccounter::count() - before;
     }
     state.SetItemsProcessed(state.iterations() * updates);
     state.counters["allocs_per_row"] = double(allocated) / double(state.iterations() * updates);
@@ -172,7 +172,7 @@ void BM_OneKeyManyUpdates(benchmark::State &state)
     const Record key = f.table->at(500);
     long allocated = 0;
     for (auto _ : state) {
-        const long before = alloccounter::now();
+        const long before = alloccounter::count();
         {
             RecordsTrans trans(f.table.get());
             for (int i = 0; i < 1000; ++i) {
@@ -181,7 +181,7 @@ void BM_OneKeyManyUpdates(benchmark::State &state)
             }
             trans.extendColumns(Note, Note);
         }
-        allocated += alloccounter::now() - before;
+        allocated += alloccounter::count() - before;
     }
     state.counters["allocs_per_txn"] = double(allocated) / double(state.iterations());
 }
@@ -220,25 +220,30 @@ BENCHMARK(BM_Transaction)->Apply(arguments);
 BENCHMARK(BM_RecordUpdated)->Apply(baselineArguments);
 BENCHMARK(BM_OneKeyManyUpdates)->Unit(benchmark::kMicrosecond);
 
-int main(int argc, char **argv)
+void ratios(RatioReporter &reporter)
 {
-    benchmark::Initialize(&argc, argv);
-    qInstallMessageHandler(dropWarnings);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nTransaction time per row relative to single Record::updated calls\n");
     for (const char *rows : { "100000", "1000000" }) {
         for (const char *updates : { "1000", "10000" }) {
             for (const char *move : { "0", "1" }) {
                 const std::string args = std::string("/rows:") + rows + "/updates:" + updates
                     + "/move:" + move;
-                reporter.printRatio(std::string(move[0] == '0' ? "in place" : "to one place")
-                                        + args,
-                                    "BM_Transaction" + args, "BM_RecordUpdated" + args,
-                                    move[0] == '0' ? "at most 1.5" : "below 1");
+                const bool inPlace = move[0] == '0';
+                reporter.addRatio(std::string("transaction / one by one, ")
+                                      + (inPlace ? "in place (<= 1.5)" : "to one place (< 1)")
+                                      + args,
+                                  "BM_Transaction" + args, "BM_RecordUpdated" + args);
             }
         }
     }
+}
+
+int main(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    qInstallMessageHandler(dropWarnings);
+    RatioReporter reporter;
+    ratios(reporter);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;
 }

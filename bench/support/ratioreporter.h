@@ -1,42 +1,69 @@
 #ifndef TABLEDB_BENCH_RATIOREPORTER_H
 #define TABLEDB_BENCH_RATIOREPORTER_H
 
-// A console reporter that also keeps each run's time per iteration by name,
-// so that a benchmark program can print the ratios it exists to show.
+// A console reporter that also prints, after all runs, the ratios of the
+// times of named benchmarks measured in the same run.
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 class RatioReporter : public benchmark::ConsoleReporter
 {
 public:
+    // Prints time(numerator) / time(denominator) under `label`.
+    void addRatio(const std::string &label, const std::string &numerator,
+                  const std::string &denominator)
+    {
+        m_ratios.push_back({ label, numerator, denominator });
+    }
+
     void ReportRuns(const std::vector<Run> &runs) override
     {
         ConsoleReporter::ReportRuns(runs);
-        for (const Run &run : runs) {
-            if (run.run_type == Run::RT_Iteration)
-                m_seconds[run.benchmark_name()] = run.GetAdjustedRealTime()
-                    * benchmark::GetTimeUnitMultiplier(run.time_unit);
+        for (const Run &run : runs)
+            m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+    }
+
+    void Finalize() override
+    {
+        ConsoleReporter::Finalize();
+        std::printf("\nRatios (same run):\n");
+        for (const Ratio &r : m_ratios) {
+            const auto n = m_times.find(r.numerator);
+            const auto d = m_times.find(r.denominator);
+            if (n == m_times.end() || d == m_times.end() || d->second <= 0) {
+                std::printf("  %-60s n/a\n", r.label.c_str());
+                continue;
+            }
+            std::printf("  %-60s %.2f\n", r.label.c_str(), n->second / d->second);
         }
     }
 
-    bool has(const std::string &name) const { return m_seconds.count(name) != 0; }
-    double seconds(const std::string &name) const { return m_seconds.at(name); }
-
-    // Prints "label: a / b = ratio (target)" when both runs were made.
-    void printRatio(const std::string &label, const std::string &a, const std::string &b,
-                    const char *target) const
-    {
-        if (!has(a) || !has(b))
-            return;
-        std::printf("%-60s %8.2f   (%s)\n", label.c_str(), seconds(a) / seconds(b), target);
-    }
-
 private:
-    std::map<std::string, double> m_seconds;
+    struct Ratio
+    {
+        std::string label;
+        std::string numerator;
+        std::string denominator;
+    };
+    std::vector<Ratio> m_ratios;
+    std::map<std::string, double> m_times;
 };
+
+// Runs the registered benchmarks with `reporter`.
+#define RATIO_BENCHMARK_MAIN(setupRatios)                                                  \
+    int main(int argc, char **argv)                                                        \
+    {                                                                                      \
+        benchmark::Initialize(&argc, argv);                                                \
+        RatioReporter reporter;                                                            \
+        setupRatios(reporter);                                                             \
+        benchmark::RunSpecifiedBenchmarks(&reporter);                                      \
+        benchmark::Shutdown();                                                             \
+        return 0;                                                                          \
+    }
 
 #endif // TABLEDB_BENCH_RATIOREPORTER_H

@@ -49,6 +49,9 @@ private:
     std::unordered_set<QString, Hash> m_strings;
     QMutex m_mutex; // guards insert() and shrink()
 
+    // Its raw-text insertion runs without the mutex, for single-writer callers.
+    friend class FieldType;
+
     Q_DISABLE_COPY(StringPool)
 };
 

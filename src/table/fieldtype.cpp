@@ -1,5 +1,10 @@
 #include "table/fieldtype.h"
 
+#include "numeric/datetime.h"
+#include "numeric/decimal.h"
+#include "numeric/stringpool.h"
+#include "numeric/xdecimal.h"
+
 #include <QStringRef>
 
 #include <cstring>
@@ -128,4 +133,65 @@ void FieldType::stringToVarChar(unsigned char *p, int length, const ushort *unit
         std::memmove(p, units, size_t(n) * 2);
     if (n < length)
         std::memset(p + size_t(n) * 2, 0, size_t(length - n) * 2);
+}
+
+datetime FieldType::getDatetime(const unsigned char *p)
+{
+    return datetime(getInt64(p));
+}
+
+void FieldType::setDatetime(unsigned char *p, const datetime &value)
+{
+    setInt64(p, value.data());
+}
+
+namespace {
+const uint64 scaleBits = uint64(0x7F) << 56;
+}
+
+decimal FieldType::getDecimal(const unsigned char *p, int scale)
+{
+    const uint64 word = (uint64(getInt64(p)) & ~scaleBits) | (uint64(scale & 0x7F) << 56);
+    return decimal::from56s7(int64(word));
+}
+
+void FieldType::setDecimal(unsigned char *p, int scale, decimal value)
+{
+    if (value.scale() != scale)
+        value.setScale(short(scale));
+    setInt64(p, value.data());
+}
+
+xdecimal FieldType::getXDecimal(const unsigned char *p, int scale)
+{
+    xdecimal value;
+    std::memcpy(value.data(), p, 16);
+    value.setScale(short(scale));
+    return value;
+}
+
+void FieldType::setXDecimal(unsigned char *p, int scale, xdecimal value)
+{
+    std::memcpy(p, value.data(), 16);
+    if (value.scale() != scale)
+        value.setScale(short(scale));
+}
+
+QString FieldType::stringToStringFromPool(const QString &text, StringPool *pool)
+{
+    // insert() holds the mutex only while it looks the text up; the copy that
+    // shares the element is made after it is released.
+    const QString &shared = pool->insert(text);
+    return shared;
+}
+
+QString FieldType::stringToStringFromPool(const QStringRef &text, StringPool *pool)
+{
+    return stringToStringFromPool(text.toString(), pool);
+}
+
+QString FieldType::stringToStringFromPool(const ushort *units, int size, StringPool *pool)
+{
+    const QString text(reinterpret_cast<const QChar *>(units), unitCount(reinterpret_cast<const unsigned char *>(units), size));
+    return *pool->m_strings.insert(text).first;
 }

@@ -8,6 +8,10 @@
 #include <QString>
 
 class QStringRef;
+class StringPool;
+class datetime;
+class decimal;
+class xdecimal;
 
 // The cell types of a table and the static functions that read and write a cell
 // given only a pointer to its first byte. No other code knows cell widths.
@@ -55,6 +59,27 @@ public:
     static void stringToVarChar(unsigned char *p, int length, const QString &text);
     static void stringToVarChar(unsigned char *p, int length, const QStringRef &text);
     static void stringToVarChar(unsigned char *p, int length, const ushort *units, int size);
+
+    static datetime getDatetime(const unsigned char *p);
+    static void setDatetime(unsigned char *p, const datetime &value);
+    // The stored word with its scale bits replaced by `scale`: the column's
+    // scale rules, whatever scale stands in the cell.
+    static decimal getDecimal(const unsigned char *p, int scale);
+    // Stores the word as it is when its scale is `scale`, else rescaled.
+    static void setDecimal(unsigned char *p, int scale, decimal value);
+    // The 16 stored bytes, rescaled to `scale`.
+    static xdecimal getXDecimal(const unsigned char *p, int scale);
+    // Stores the value's 16 bytes with its own scale; the rescale that follows
+    // works on the argument only. Readers rescale in getXDecimal; the stored
+    // scale is what saved rows hold, so this order is kept.
+    static void setXDecimal(unsigned char *p, int scale, xdecimal value);
+
+    // The pool's shared copy of the text. These two take the pool's mutex.
+    static QString stringToStringFromPool(const QString &text, StringPool *pool);
+    static QString stringToStringFromPool(const QStringRef &text, StringPool *pool);
+    // Up to the first zero unit within `size`. Takes no lock: the caller must
+    // be the only writer of the pool at the time.
+    static QString stringToStringFromPool(const ushort *units, int size, StringPool *pool);
 };
 
 #endif // TABLEDB_TABLE_FIELDTYPE_H

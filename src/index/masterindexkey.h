@@ -1,0 +1,72 @@
+#ifndef TABLEDB_INDEX_MASTERINDEXKEY_H
+#define TABLEDB_INDEX_MASTERINDEXKEY_H
+
+#include "index/masterindex_fast_pure.h"
+
+#include <cstring>
+
+// Search by packed key (MasterKey) on top of a key master index. The search
+// compares packed bytes with memcmp, not with the index's compare(): where
+// the two orders differ (numbers on a little-endian machine in a Column
+// index) a key search can miss a row that find() would find. Both paths are
+// kept as they are; MasterIndexCached takes the key path.
+template <typename Base>
+class MasterIndexKey : public Base
+{
+public:
+    using Base::Base;
+
+    // memcmp of the row's packed key with `key`, over the row key's length
+    // (a shorter `key` orders before a row key that begins with it).
+    int compareKey(const Record &record, const MasterKey &key) const
+    {
+        return compareBytes(this->keyRecord(record), key);
+    }
+
+    // As IndexSort::search, `from` exclusive: the first row whose packed key
+    // equals `key`, or -1. Builds one key per step.
+    int searchKey(const MasterKey &key, int from) const
+    {
+        int lo = qMax(from + 1, 0);
+        int hi = this->count();
+        int result = -1;
+        if (lo >= hi)
+            return -1;
+        auto loIt = this->begin() + lo;
+        while (lo < hi) {
+            const int mid = lo + ((hi - lo) >> 1);
+            const auto midIt = loIt + (mid - lo);
+            const int c = compareBytes(this->keyRecord(*midIt), key);
+            if (c > 0) {
+                hi = mid;
+            } else if (c < 0) {
+                lo = mid + 1;
+                loIt = midIt + 1;
+            } else {
+                result = mid;
+                hi = mid;
+            }
+        }
+        return result;
+    }
+
+    // The row at searchKey(key, from), or an empty Record.
+    Record findKey(const MasterKey &key, int from) const
+    {
+        const int p = searchKey(key, from);
+        return p == -1 ? Record() : *(this->begin() + p);
+    }
+
+private:
+    static int compareBytes(const MasterKey &rowKey, const MasterKey &key)
+    {
+        const int n = rowKey.size();
+        if (key.size() >= n)
+            return std::memcmp(rowKey.constData(), key.constData(), size_t(n));
+        // Never read past a short key.
+        const int c = std::memcmp(rowKey.constData(), key.constData(), size_t(key.size()));
+        return c != 0 ? c : 1;
+    }
+};
+
+#endif // TABLEDB_INDEX_MASTERINDEXKEY_H

@@ -1,0 +1,367 @@
+// Key master indexes: the Column and Fast strategies, their key search, the
+// cache in front of it, and the factories with their fallback.
+
+#include "index/masterindex_column.h"
+#include "index/masterindex_column_cached.h"
+#include "index/masterindex_fast.h"
+#include "index/masterindex_fast_cached.h"
+#include "table/table.h"
+
+#include <QRandomGenerator>
+#include <QStringList>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
+
+namespace {
+
+QStringList g_warnings;
+
+void captureWarnings(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type == QtWarningMsg)
+        g_warnings.append(message);
+}
+
+// Collects the warnings logged during its lifetime.
+class WarningCapture
+{
+public:
+    WarningCapture() : m_previous(qInstallMessageHandler(captureWarnings)) { g_warnings.clear(); }
+    ~WarningCapture() { qInstallMessageHandler(m_previous); }
+    QStringList warnings() const { return g_warnings; }
+
+private:
+    QtMessageHandler m_previous;
+};
+
+template <typename F>
+QString thrownText(F f)
+{
+    try {
+        f();
+    } catch (const QString &message) {
+        return message;
+    }
+    return QStringLiteral("<nothing thrown>");
+}
+
+// Columns: id (Integer64), code (VarChar 6), n (Integer), all not nullable,
+// then note (String) and price (Double).
+std::unique_ptr<Table> makeTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("K"));
+    table->addColumn(QStringLiteral("id"), FieldType::Integer64, 0, false);
+    table->addColumn(QStringLiteral("code"), FieldType::VarChar, 6, false);
+    table->addColumn(QStringLiteral("n"), FieldType::Integer, 0, false);
+    table->addColumn(QStringLiteral("note"), FieldType::String);
+    table->addColumn(QStringLiteral("price"), FieldType::Double);
+    return table;
+}
+
+Record addRow(Table *table, int64 id, const QString &code = QString(), int n = 0)
+{
+    Record row(table);
+    row.data(0) = id;
+    row.data(1) = code;
+    row.data(2) = n;
+    table->appendList({ row });
+    return row;
+}
+
+TEST(MasterIndexFast, RefusesUnsuitableColumnsInAFixedOrder)
+{
+    auto table = makeTable();
+    table->addColumn(QStringLiteral("nullable"), FieldType::Integer);
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QList<int> { 0, 2 }); }),
+              QStringLiteral("Columns must be sequenced: 2(n) / 1"));
+    // Out of sequence wins over the type.
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QList<int> { 0, 4 }); }),
+              QStringLiteral("Columns must be sequenced: 4(price) / 1"));
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QStringList { QStringLiteral("price") }); }),
+              QStringLiteral("Type 'Double' unsuported for price"));
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QStringList { QStringLiteral("note") }); }),
+              QStringLiteral("Type 'String' unsuported for note"));
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QStringList { QStringLiteral("nullable") }); }),
+              QStringLiteral("Columns can't be nullable nullable"));
+
+    const MasterIndex_Fast fast(table.get(), QList<int> { 1, 2 });
+    EXPECT_EQ(fast.keyOffset(), 16 + table->columnDef(1).offset);
+    EXPECT_EQ(fast.keySize(), 16u + 8u);
+}
+
+TEST(MasterIndexFactory, FastFallsBackToColumnWithOneWarning)
+{
+    auto table = makeTable();
+    WarningCapture capture;
+    std::unique_ptr<MasterIndex> index(
+        MasterIndex_Fast::create(table.get(), { QStringLiteral("id"), QStringLiteral("n") }));
+    EXPECT_EQ(index->getClassName(), QStringLiteral("MasterIndex_Column"));
+    EXPECT_EQ(index->columns(), (QList<int> { 0, 2 }));
+    ASSERT_EQ(capture.warnings().size(), 1);
+    EXPECT_EQ(capture.warnings().first(),
+              QStringLiteral("MasterIndex_Fast : Cannot create optimized MasterIndex for 'K': "
+                             "Columns must be sequenced: 2(n) / 1"));
+
+    std::unique_ptr<MasterIndex> cached(MasterIndex_Fast_Cached::create(table.get(), { QStringLiteral("price") }));
+    EXPECT_EQ(cached->getClassName(), QStringLiteral("MasterIndex_Column_Cached"));
+    ASSERT_EQ(capture.warnings().size(), 2);
+    EXPECT_TRUE(capture.warnings().last().startsWith(
+        QStringLiteral("MasterIndex_Fast_Cached : Cannot create optimized MasterIndex for 'K': Type")));
+
+    // An unknown name fails the fallback too: its own message leaves create.
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast::create(table.get(), { QStringLiteral("zz") }); }),
+              QStringLiteral("Column 'zz' not found to create index."));
+    EXPECT_EQ(thrownText([&] { MasterIndex_Column_Cached::create(table.get(), { QStringLiteral("zz") }); }),
+              QStringLiteral("Column 'zz' not found to create index."));
+    EXPECT_EQ(capture.warnings().size(), 2);
+
+    std::unique_ptr<MasterIndex> fast(MasterIndex_Fast::create(table.get(), { QStringLiteral("id") }));
+    EXPECT_EQ(fast->getClassName(), QStringLiteral("MasterIndex_Fast"));
+    EXPECT_EQ(capture.warnings().size(), 2);
+}
+
+TEST(MasterIndexFactory, InstallAsMasterOrAsNamedIndex)
+{
+    auto table = makeTable();
+    MasterIndex *first = MasterIndex_Column::createMasterIndex(table.get(), { QStringLiteral("code") });
+    EXPECT_EQ(table->masterIndex(), first);
+    // The first master is deleted here; LeakSanitizer would report it otherwise.
+    MasterIndex *second = MasterIndex_Fast_Cached::createMasterIndex(table.get(), { QStringLiteral("id") });
+    EXPECT_EQ(table->masterIndex(), second);
+    addRow(table.get(), 1);
+
+    QList<Index *> added;
+    QObject::connect(table.get(), &Table::indexAdded, [&](Index *index) { added.append(index); });
+    MasterIndex *named = MasterIndex_Column::createIndex(QStringLiteral("byCode"), table.get(),
+                                                         { QStringLiteral("code") });
+    EXPECT_EQ(added, QList<Index *> { named });
+    EXPECT_EQ(table->namedIndex(QStringLiteral("byCode")), named);
+    EXPECT_EQ(named->count(), 0); // not filled
+    table->removeIndex(named);
+    delete named;
+}
+
+TEST(MasterIndexColumn, TextFormOfTheKey)
+{
+    auto table = makeTable();
+    table->addColumn(QStringLiteral("opt"), FieldType::Integer);
+    MasterIndex_Column two(table.get(), QList<int> { 0, 2 });
+    Record row(table.get());
+    row.data(0) = 1;
+    row.data(2) = 2;
+    EXPECT_EQ(two.toText(row), QStringLiteral("1,2"));
+    EXPECT_EQ(two.toText(Record()), QString());
+    EXPECT_EQ(two.compare(two.fromText(QStringLiteral("1,2")), row), 0);
+    EXPECT_EQ(thrownText([&] { two.fromText(QStringLiteral("12")); }),
+              QStringLiteral("Master index can't restore from text. Incorrect columns numbers: 1 != 2"));
+
+    MasterIndex_Column three(table.get(), QStringList { "id", "opt", "n" });
+    const Record back = three.fromText(QStringLiteral("5,,7"));
+    EXPECT_EQ(back.data(0).toInteger64(), 5);
+    EXPECT_TRUE(back.data(5).isNull()); // the empty part made the nullable cell NULL
+    EXPECT_EQ(back.data(2).toInteger(), 7);
+    EXPECT_FALSE(back.inTable());
+}
+
+TEST(MasterIndexColumn, PackedKeysAreTheRowsBytes)
+{
+    auto table = makeTable();
+    MasterIndex_Column column(table.get(), QList<int> { 1, 2 });
+    MasterIndex_Fast fast(table.get(), QList<int> { 1, 2 });
+    const Record row = addRow(table.get(), 9, QStringLiteral("ab"), -3);
+    const MasterKey key = column.keyRecord(row);
+    EXPECT_EQ(key.size(), 24);
+    EXPECT_EQ(key, fast.keyRecord(row));
+    EXPECT_EQ(column.keyRecord(Record()), MasterKey(24, '\0'));
+    EXPECT_EQ(column.compareKey(row, key), 0);
+
+    // The hash is the XOR of the little-endian 32-bit words, then the seed.
+    const char bytes[8] = { 1, 0, 0, 0, 2, 0, 0, 0 };
+    EXPECT_EQ(qHash(MasterKey(bytes, 8), 0u), 3u);
+    EXPECT_EQ(qHash(MasterKey(bytes, 8), 5u), 6u);
+}
+
+TEST(MasterIndexColumn, FindAgreesWithFastWhereByteAndFieldOrderAgree)
+{
+    // ASCII text in UTF-16 little-endian, zero padded: memcmp and
+    // QString::compare give the same order.
+    auto table = makeTable();
+    table->setMasterIndex(new MasterIndex_Column(table.get(), QStringList { "code" }));
+    MasterIndex_Fast fast(table.get(), QStringList { "code" });
+    QStringList codes;
+    QRandomGenerator random(7);
+    for (int i = 0; i < 300; ++i) {
+        QString code;
+        const int length = 1 + int(random.bounded(6));
+        for (int c = 0; c < length; ++c)
+            code.append(QChar(u'A' + random.bounded(26)));
+        if (codes.contains(code))
+            continue;
+        codes.append(code);
+        addRow(table.get(), i, code);
+    }
+    fast.build();
+    const auto *column = static_cast<const MasterIndex_Column *>(table->masterIndex());
+    for (const QString &code : qAsConst(codes)) {
+        const Record key = column->fromText(code);
+        const Record found = column->find(key, -1);
+        ASSERT_TRUE(found) << code.toStdString();
+        EXPECT_EQ(found.data(1).toString(), code);
+        EXPECT_EQ(fast.find(key, -1), found);
+        EXPECT_EQ(column->findKey(column->keyRecord(key), -1), found);
+        EXPECT_EQ(fast.findKey(fast.keyRecord(key), -1), found);
+    }
+}
+
+TEST(MasterIndexColumn, KeySearchMissesWhereByteOrderDiffers)
+{
+    // Little-endian integers: 256 is 00 01 ..., below 1 (01 00 ...) as bytes.
+    auto table = makeTable();
+    table->setMasterIndex(new MasterIndex_Column(table.get(), QStringList { "id" }));
+    MasterIndex_Column_Cached cached(table.get(), QStringList { "id" });
+    MasterIndex_Fast fast(table.get(), QStringList { "id" });
+    for (int i = 1; i <= 300; ++i)
+        addRow(table.get(), i);
+    cached.build();
+    fast.build();
+    const auto *column = static_cast<const MasterIndex_Column *>(table->masterIndex());
+    const Record key = column->fromText(QStringLiteral("256"));
+    EXPECT_EQ(column->find(key, -1).data(0).toInteger64(), 256); // the compare path
+    EXPECT_FALSE(column->findKey(column->keyRecord(key), -1)); // the key path
+    EXPECT_FALSE(cached.find(key, -1)); // the cache takes the key path
+    EXPECT_EQ(fast.find(key, -1).data(0).toInteger64(), 256);
+    // The Fast order is that of bytes, not numbers.
+    EXPECT_EQ(fast.at(0).data(0).toInteger64(), 256);
+}
+
+class MasterIndexCache : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        table = makeTable();
+        index = new MasterIndex_Fast_Cached(table.get(), QStringList { "id" });
+        table->setMasterIndex(index);
+        QList<Record> rows;
+        for (int i = 0; i < 1100; ++i) {
+            Record row(table.get());
+            row.data(0) = int64(i);
+            rows.append(row);
+        }
+        table->appendList(rows);
+    }
+
+    MasterKey key(int64 id) const { return MasterKey(reinterpret_cast<const char *>(&id), 8); }
+    Record find(int64 id) const { return index->findKey(key(id), -1); }
+
+    std::unique_ptr<Table> table;
+    MasterIndex_Fast_Cached *index = nullptr; // owned by the table
+};
+
+TEST_F(MasterIndexCache, EvictsTheLeastRecentlyUsedAtThe1001stKey)
+{
+    EXPECT_EQ(index->cacheSize(), 1000);
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(find(i).data(0).toInteger64(), i);
+    EXPECT_EQ(index->cacheCount(), 1000);
+    const Record zero = find(0); // a hit: 0 is now the most recent, 1 the oldest
+    EXPECT_EQ(Table::references(zero.rowPtr()), 3); // list, cache and this handle
+    find(1000);
+    EXPECT_EQ(index->cacheCount(), 1000);
+    EXPECT_TRUE(index->isCached(key(0)));
+    EXPECT_FALSE(index->isCached(key(1)));
+    EXPECT_TRUE(index->isCached(key(2)));
+
+    // Lowering the size evicts the oldest at once.
+    index->setCacheSize(3);
+    EXPECT_EQ(index->cacheCount(), 3);
+    EXPECT_TRUE(index->isCached(key(1000)));
+    EXPECT_TRUE(index->isCached(key(0)));
+    EXPECT_TRUE(index->isCached(key(999)));
+
+    // Misses are not remembered; from plays no part in a hit.
+    EXPECT_FALSE(find(5000));
+    EXPECT_EQ(index->cacheCount(), 3);
+    EXPECT_EQ(index->findKey(key(0), 5000).data(0).toInteger64(), 0);
+}
+
+TEST_F(MasterIndexCache, SizeZeroCachesNothing)
+{
+    index->setCacheSize(0);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(find(i).data(0).toInteger64(), i);
+    EXPECT_EQ(index->cacheCount(), 0);
+    index->setCacheSize(5);
+    find(1);
+    EXPECT_EQ(index->cacheCount(), 1);
+}
+
+TEST_F(MasterIndexCache, RowsLeavingTheIndexLeaveTheCache)
+{
+    for (int i = 0; i < 10; ++i)
+        find(i);
+    // findRecord goes through the cached find.
+    EXPECT_EQ(index->findRecord(QStringLiteral("42")).data(0).toInteger64(), 42);
+    EXPECT_TRUE(index->isCached(key(42)));
+
+    table->remove(find(3), -1);
+    EXPECT_FALSE(index->isCached(key(3)));
+    EXPECT_FALSE(find(3));
+
+    RangeSet<int> ranges;
+    for (int id : { 5, 6 }) {
+        const int p = index->indexOf(find(id));
+        ranges.add(p, p + 1);
+    }
+    index->removeRanges(ranges);
+    EXPECT_FALSE(index->isCached(key(5)));
+    EXPECT_FALSE(index->isCached(key(6)));
+    EXPECT_TRUE(index->isCached(key(4)));
+    EXPECT_FALSE(find(5));
+
+    QList<Record> removed { find(7) };
+    QList<Record> updated;
+    table->process(removed, updated, -1, -1, {}, {});
+    EXPECT_FALSE(index->isCached(key(7)));
+    EXPECT_TRUE(index->isCached(key(8)));
+
+    // A row updated in place keeps its old key's entry.
+    Record eight = find(8);
+    eight.data(0) = int64(100000);
+    eight.updated();
+    EXPECT_EQ(find(8), eight);
+
+    index->clear();
+    EXPECT_EQ(index->cacheCount(), 0);
+    EXPECT_EQ(index->count(), 0);
+}
+
+TEST_F(MasterIndexCache, FindFromTwoThreadsAtOnce)
+{
+    index->setCacheSize(64); // small, so that both threads evict all the time
+    auto work = [this](int seed, bool *ok) {
+        QRandomGenerator random { quint32(seed) };
+        for (int n = 0; n < 20000; ++n) {
+            const int64 id = random.bounded(1100);
+            const Record found = (n & 1) ? find(id) : index->find(index->fromText(QString::number(id)), -1);
+            if (!found || found.data(0).asInteger64() != id) {
+                *ok = false;
+                return;
+            }
+        }
+    };
+    bool ok1 = true;
+    bool ok2 = true;
+    std::thread t1(work, 1, &ok1);
+    std::thread t2(work, 2, &ok2);
+    t1.join();
+    t2.join();
+    EXPECT_TRUE(ok1);
+    EXPECT_TRUE(ok2);
+    EXPECT_LE(index->cacheCount(), 64);
+}
+
+} // namespace

@@ -1,0 +1,468 @@
+// Field: the conversion table of every operator=, the converting reads, the
+// order of cells and the arithmetic, through the cells of a real table.
+
+#include "numeric/datetime.h"
+#include "numeric/decimal.h"
+#include "numeric/stringpool.h"
+#include "numeric/xdecimal.h"
+#include "runtime/exception.h"
+#include "table/boardlist.h"
+#include "table/table.h"
+
+#include <QDateTime>
+#include <QVariant>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+
+namespace {
+
+enum Col { I, I64, D, DEC, XD, VC, DT, S, BL, INN };
+
+// One nullable column of each type, the Decimal at scale 2, the XDecimal at
+// scale 3, the VarChar 8 units long, and a non-nullable Integer.
+std::unique_ptr<Table> makeTable()
+{
+    auto table = std::make_unique<Table>(QStringLiteral("F"));
+    table->addColumn(QStringLiteral("i"), FieldType::Integer);
+    table->addColumn(QStringLiteral("i64"), FieldType::Integer64);
+    table->addColumn(QStringLiteral("d"), FieldType::Double);
+    table->addColumn(QStringLiteral("dec"), FieldType::Decimal, 2);
+    table->addColumn(QStringLiteral("xd"), FieldType::XDecimal, 3);
+    table->addColumn(QStringLiteral("vc"), FieldType::VarChar, 8);
+    table->addColumn(QStringLiteral("dt"), FieldType::DateTime);
+    table->addColumn(QStringLiteral("s"), FieldType::String);
+    table->addColumn(QStringLiteral("bl"), FieldType::BoardList);
+    table->addColumn(QStringLiteral("inn"), FieldType::Integer, 0, false);
+    return table;
+}
+
+// What a write or read did: "=text" (NULL shows as "=<NULL>"), or the thrown
+// type and message: "E:" Exception, "S:" QString, "C:" const char *.
+QString outcome(const std::function<QString()> &action)
+{
+    try {
+        return QLatin1Char('=') + action();
+    } catch (const Exception &e) {
+        return QStringLiteral("E:") + e.message();
+    } catch (const QString &s) {
+        return QStringLiteral("S:") + s;
+    } catch (const char *c) {
+        return QStringLiteral("C:") + QString::fromLatin1(c);
+    }
+}
+
+QString shown(const Field &f)
+{
+    return f.isNull() ? QStringLiteral("<NULL>") : f.toString();
+}
+
+template <typename V>
+QString writeOutcome(Record &row, int column, const V &value)
+{
+    return outcome([&] {
+        Field f = row.data(column);
+        f = value;
+        return shown(f);
+    });
+}
+
+struct WriteRow
+{
+    const char *source;
+    std::function<QString(Record &, int)> write;
+    const char *expected[9]; // I, I64, D, DEC, XD, VC, DT, S, BL
+};
+
+template <typename V>
+std::function<QString(Record &, int)> writer(V value)
+{
+    return [value](Record &row, int column) { return writeOutcome(row, column, value); };
+}
+
+boardlist sampleBoard()
+{
+    return boardlist::fromText(QStringLiteral("1:2,3 4:5"));
+}
+
+TEST(FieldAssign, ConversionTableOfEverySourceAndTarget)
+{
+    const datetime when(2024, 1, 2, 3, 4, 5, 6);
+    const WriteRow rows[] = {
+        { "int", writer(42),
+          { "=42", "=42", "=42", "=42.00", "=42.000", "=42", "E:Can't convert from Integer to DateTime", "=42",
+            "E:Can't convert from Integer to BoardList" } },
+        { "int64", writer(int64(3000000000LL)),
+          { "=2147483647", "=3000000000", "=3e+09", "=3000000000.00", "=3000000000.000", "=30000000",
+            "E:Can't convert from Integer64 to DateTime", "=3000000000",
+            "E:Can't convert from Integer64 to BoardList" } },
+        { "negative int64", writer(int64(-3000000000LL)),
+          { "=-2147483648", "=-3000000000", "=-3e+09", "=-3000000000.00", "=-3000000000.000", "=-3000000",
+            "E:Can't convert from Integer64 to DateTime", "=-3000000000",
+            "E:Can't convert from Integer64 to BoardList" } },
+        { "double", writer(-2.75),
+          { "=-2", "=-2", "=-2.75", "=-2.75", "=-2.750", "=-2.75000", "E:Can't convert double to datetime.",
+            "=-2.750000", "E:Can't convert from Double to BoardList" } },
+        { "decimal", writer(decimal(12345, 2)),
+          { "=123", "=123", "=123.45", "=123.45", "=123.450", "=123.45", "E:Can't convert from decimal to datetime.",
+            "=123.45", "E:Can't convert from Decimal to BoardList" } },
+        // A Decimal cell stores the word with its own scale and is read at the
+        // column's: 123.456 at scale 3 reads as 1234.56.
+        { "xdecimal", writer(xdecimal(QStringLiteral("123.456"))),
+          { "=123", "=123", "=123.456", "=1234.56", "=123.456", "=123.456",
+            "E:Can't convert from decimal to datetime.", "=123.456", "E:Can't convert from Decimal to BoardList" } },
+        { "datetime", writer(when),
+          { "E:Can't convert from DateTime to Integer", "E:Can't convert from DateTime to Integer64",
+            "E:Can't convert from DateTime to Double", "E:Can't convert from DateTime to Decimal",
+            "E:Can't convert from DateTime to XDecimal", "=2024.01.", "=2024.01.02 03:04:05.006",
+            "=2024.01.02 03:04:05.006", "E:Can't convert from DateTime to BoardList" } },
+        { "QDateTime", writer(QDateTime(QDate(2024, 1, 2), QTime(3, 4, 5, 6), Qt::UTC)),
+          { "E:Can't convert from DateTime to Integer", "E:Can't convert from DateTime to Integer64",
+            "E:Can't convert from DateTime to Double", "E:Can't convert from DateTime to Decimal",
+            "E:Can't convert from DateTime to XDecimal", "=2024.01.", "=2024.01.02 03:04:05.006",
+            "=2024.01.02 03:04:05.006", "E:Can't convert from DateTime to BoardList" } },
+        { "invalid QDateTime", writer(QDateTime()),
+          { "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>" } },
+        { "QChar", writer(QChar(u'x')),
+          { "E:Can't convert from VarChar to Integer", "E:Can't convert from VarChar to Integer64",
+            "E:Can't convert from VarChar to Double", "E:Can't convert from VarChar to Decimal",
+            "E:Can't convert from VarChar to XDecimal", "=x", "E:Can't convert from VarChar to DateTime", "=x",
+            "E:Can't convert from VarChar to BoardList" } },
+        { "boardlist", writer(sampleBoard()),
+          { "E:Can't convert from BoardList to Integer", "E:Can't convert from BoardList to Integer64",
+            "E:Can't convert from BoardList to Double", "E:Can't convert from BoardList to Decimal",
+            "E:Can't convert from BoardList to XDecimal", "E:Can't convert from BoardList to VarChar",
+            "E:Can't convert from BoardList to DateTime", "E:Can't convert from BoardList to String",
+            "=[BoardList]" } },
+        // Text: decimal(s) is stored without a rescale, so "17" reads as 0.17;
+        // text that is no date stores the empty datetime.
+        { "QString number", writer(QStringLiteral("17")),
+          { "=17", "=17", "=17", "=0.17", "=17.000", "=17", "=", "=17",
+            "E:Can't convert from VarChar to BoardList" } },
+        { "QString bad", writer(QStringLiteral("abc")),
+          { "E:Can't convert from 'abc'' to Integer", "E:Can't convert from 'abc'' to Integer64",
+            "E:Can't convert from 'abc'' to Double", nullptr, nullptr, "=abc", "=", "=abc",
+            "E:Can't convert from VarChar to BoardList" } },
+        { "QString empty", writer(QString()),
+          { "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>" } },
+    };
+    auto table = makeTable();
+    for (const WriteRow &r : rows) {
+        for (int column = I; column <= BL; ++column) {
+            SCOPED_TRACE(std::string(r.source) + " -> " + table->columnName(column).toStdString());
+            Record row(table.get());
+            const QString got = r.write(row, column);
+            if (r.expected[column])
+                EXPECT_EQ(got, QString::fromUtf8(r.expected[column]));
+            else
+                EXPECT_TRUE(got.startsWith(QLatin1String("S:"))) << got.toStdString(); // the value class's text
+        }
+    }
+}
+
+TEST(FieldAssign, EmptyTextOnANonNullableCellIsAConversionError)
+{
+    auto table = makeTable();
+    Record row(table.get());
+    EXPECT_EQ(writeOutcome(row, INN, QString()), QStringLiteral("E:Can't convert from ''' to Integer"));
+    EXPECT_EQ(row.data(INN).asInteger(), 0);
+}
+
+TEST(FieldAssign, FailedWritesLeaveCellAndBitAlone)
+{
+    auto table = makeTable();
+    Record row(table.get());
+    Field i = row.data(I);
+    EXPECT_THROW(i = QStringLiteral("12x"), Exception);
+    EXPECT_TRUE(i.isNull());
+    i = 5;
+    EXPECT_THROW(i = QStringLiteral("12x"), Exception);
+    EXPECT_EQ(i.toInteger(), 5);
+
+    // 26 integer digits cannot take the column's scale of 3: refused before
+    // the 16 bytes are stored.
+    Field xd = row.data(XD);
+    EXPECT_THROW(xd = xdecimal(QStringLiteral("12345678901234567890123456")), const char *);
+    EXPECT_TRUE(xd.isNull());
+
+    Field dec = row.data(DEC);
+    dec = decimal(100, 2);
+    Field in = row.data(I);
+    EXPECT_THROW(dec += in, Exception);
+    EXPECT_EQ(dec.toString(), QStringLiteral("1.00"));
+}
+
+TEST(FieldAssign, FieldToFieldCopiesNullAndConvertsAcrossTypes)
+{
+    auto table = makeTable();
+    Record a(table.get());
+    Record b(table.get());
+    a.data(I) = 7;
+    a.data(BL) = sampleBoard();
+    b.data(BL) = sampleBoard();
+    // A NULL source empties any cell, with no conversion check.
+    b.data(BL) = a.data(DT);
+    EXPECT_TRUE(b.data(BL).isNull());
+    b.data(DT) = a.data(I64);
+    EXPECT_TRUE(b.data(DT).isNull());
+
+    b.data(VC) = a.data(I);
+    EXPECT_EQ(b.data(VC).toString(), QStringLiteral("7"));
+    EXPECT_EQ(outcome([&] { b.data(DT) = a.data(I); return QString(); }),
+              QStringLiteral("E:Can't convert from Integer to DateTime"));
+    b.data(BL) = a.data(BL);
+    EXPECT_EQ(b.data(BL).toBoardlist().toString(), QStringLiteral("1:2,3 4:5"));
+
+    // Same type, another scale: through the value, which keeps its own scale.
+    auto other = std::make_unique<Table>(QStringLiteral("G"));
+    other->addColumn(QStringLiteral("dec"), FieldType::Decimal, 4);
+    Record c(other.get());
+    c.data(0) = decimal(15000, 4);
+    b.data(DEC) = c.data(0);
+    EXPECT_TRUE(b.data(DEC).asDecimal().isEqual(decimal(15000, 4)));
+}
+
+TEST(FieldAssign, VariantRoundTripForEveryType)
+{
+    auto table = makeTable();
+    Record a(table.get());
+    Record b(table.get());
+    a.data(I) = -5;
+    a.data(I64) = int64(1) << 40;
+    a.data(D) = 0.125;
+    a.data(DEC) = decimal(-31415, 2);
+    a.data(XD) = xdecimal(QStringLiteral("-2.718"));
+    a.data(VC) = QStringLiteral("héllo");
+    a.data(DT) = datetime(1999, 12, 31, 23, 59, 58, 7);
+    a.data(S) = QStringLiteral("pooled");
+    a.data(BL) = sampleBoard();
+    for (int column = I; column <= BL; ++column) {
+        SCOPED_TRACE(table->columnName(column).toStdString());
+        b.data(column) = a.data(column).toVariant();
+        EXPECT_FALSE(b.data(column).isNull());
+        EXPECT_EQ(b.data(column).compare(a.data(column)), 0);
+        EXPECT_EQ(b.data(column).toString(), a.data(column).toString());
+    }
+    EXPECT_FALSE(Record(table.get()).data(I).toVariant().isValid());
+    EXPECT_EQ(outcome([&] { b.data(DT) = QVariant(5); return QString(); }),
+              QStringLiteral("E:Can't convert from BoardList to DateTime"));
+}
+
+TEST(FieldRead, ConvertingReadsAcceptOnlyTheirTypes)
+{
+    auto table = makeTable();
+    Record row(table.get());
+    row.data(I) = 3;
+    row.data(I64) = int64(5000000000LL);
+    row.data(D) = 1.5;
+    row.data(DEC) = decimal(250, 2);
+    row.data(XD) = xdecimal(QStringLiteral("0.75"));
+    row.data(VC) = QStringLiteral("junk"); // no date: the empty datetime
+    row.data(DT) = datetime(2021, 4, 5, 6, 7, 8, 9);
+    row.data(S) = QStringLiteral("2022-03-04");
+    row.data(BL) = sampleBoard();
+
+    struct Read
+    {
+        const char *name;
+        std::function<QString(const Field &)> read;
+        const char *expected[9];
+    };
+    const char *no = "E:Incorrect type conversion.";
+    const Read reads[] = {
+        { "toInteger", [](const Field &f) { return QString::number(f.toInteger()); },
+          { "=3", "=2147483647", no, no, no, no, no, no, no } },
+        { "toInteger64", [](const Field &f) { return QString::number(f.toInteger64()); },
+          { "=3", "=5000000000", no, no, no, no, no, no, no } },
+        { "toDouble", [](const Field &f) { return QString::number(f.toDouble()); },
+          { "=3", "=5e+09", "=1.5", "=2.5", "=0.75", no, no, no, no } },
+        { "toDecimal", [](const Field &f) { return f.toDecimal().toString(); },
+          { no, no, no, "=2.50", no, no, no, no, no } },
+        { "toXDecimal", [](const Field &f) { return f.toXDecimal().toString(); },
+          { no, no, no, "=2.50", "=0.750", no, no, no, no } },
+        { "toDatetime", [](const Field &f) { return f.toDatetime().toString(); },
+          { no, no, no, no, no, "=", "=2021.04.05 06:07:08.009",
+            "=2022.03.04 00:00:00.000", no } },
+        { "toQDate", [](const Field &f) { return f.toQDate().toString(Qt::ISODate); },
+          { no, no, no, no, no, no, "=2021-04-05", no, no } },
+        { "toBoardlist", [](const Field &f) { return f.toBoardlist().toString(); },
+          { no, no, no, no, no, no, no, no, "=1:2,3 4:5" } },
+    };
+    Record nulls(table.get());
+    for (const Read &r : reads) {
+        for (int column = I; column <= BL; ++column) {
+            SCOPED_TRACE(std::string(r.name) + " of " + table->columnName(column).toStdString());
+            EXPECT_EQ(outcome([&] { return r.read(row.data(column)); }), QString::fromUtf8(r.expected[column]));
+            // NULL reads as zero whatever the type.
+            EXPECT_EQ(outcome([&] { return r.read(nulls.data(column)); }).left(1), QStringLiteral("="));
+        }
+    }
+}
+
+TEST(FieldRead, CharStaticStringAndTextForms)
+{
+    auto table = makeTable();
+    table->addColumn(QStringLiteral("c"), FieldType::VarChar, 1);
+    Record row(table.get());
+    const int c = table->columnIndex(QStringLiteral("c"));
+    row.data(c) = QChar(u'Z');
+    EXPECT_EQ(row.data(c).toChar(), QChar(u'Z'));
+    row.data(VC) = QStringLiteral("ab");
+    EXPECT_EQ(outcome([&] { return QString(row.data(VC).toChar()); }),
+              QStringLiteral("S:String length is not 1 for QChar: 8."));
+    row.data(S) = QStringLiteral("xyz");
+    EXPECT_EQ(outcome([&] { return QString(row.data(S).toChar()); }),
+              QStringLiteral("S:String length is not 1 for QChar: 3."));
+    row.data(S) = QStringLiteral("q");
+    EXPECT_EQ(row.data(S).toChar(), QChar(u'q'));
+    row.data(I) = 1;
+    EXPECT_EQ(outcome([&] { return QString(row.data(I).toChar()); }), QStringLiteral("S:Incorrect type of field."));
+
+    const StaticString view = row.data(VC).asStaticString();
+    EXPECT_EQ(view.string(), QStringLiteral("ab"));
+    EXPECT_EQ(reinterpret_cast<const unsigned char *>(view.string().constData()), row.data(VC).data());
+    EXPECT_EQ(outcome([&] { return row.data(S).asStaticString().string(); }),
+              QStringLiteral("S:Incorrect type of field."));
+
+    row.data(BL) = sampleBoard();
+    EXPECT_EQ(row.data(BL).toString(), QStringLiteral("[BoardList]"));
+    EXPECT_EQ(row.data(BL).toSystemString(), QStringLiteral("1:2,3 4:5"));
+    EXPECT_EQ(row.data(BL).typeName(), QStringLiteral("undefined"));
+    EXPECT_EQ(row.data(S).typeName(), QStringLiteral("String"));
+
+    row.data(XD) = xdecimal(QStringLiteral("1.5"));
+    row.data(DT) = datetime(2001, 2, 3, 4, 5, 6, 7);
+    const QString dump = row.dump(true);
+    EXPECT_TRUE(dump.contains(QStringLiteral("xd=1.500 "))) << dump.toStdString();
+    EXPECT_TRUE(dump.contains(QStringLiteral("dt=2001.02.03 04:05:06.007 "))) << dump.toStdString();
+    EXPECT_FALSE(dump.contains(QStringLiteral("i64="))) << dump.toStdString();
+}
+
+TEST(FieldTypeAccess, DecimalCellsReadAtTheColumnScale)
+{
+    unsigned char cell[16] = {};
+    FieldType::setInt64(cell, decimal(1234, 1).data()); // a stranger's scale in the cell
+    EXPECT_EQ(FieldType::getDecimal(cell, 2).scale(), 2);
+    EXPECT_EQ(FieldType::getDecimal(cell, 2).value(), 1234);
+    FieldType::setDecimal(cell, 3, decimal(1234, 1));
+    EXPECT_EQ(decimal::from56s7(FieldType::getInt64(cell)).toString(), QStringLiteral("123.400"));
+
+    // setXDecimal leaves the value's own scale in the cell; readers rescale.
+    FieldType::setXDecimal(cell, 4, xdecimal(15, 1));
+    EXPECT_EQ(qint8(cell[0]), 1);
+    EXPECT_EQ(FieldType::getXDecimal(cell, 4).toString(), QStringLiteral("1.5000"));
+}
+
+TEST(FieldTypeAccess, StringsShareTheTablesPool)
+{
+    auto table = makeTable();
+    Record a(table.get());
+    Record b(table.get());
+    a.data(S) = QStringLiteral("instrument");
+    b.data(S) = QString(QStringLiteral("instru")) + QStringLiteral("ment"); // a separate copy
+    EXPECT_EQ(a.data(S).toString().constData(), b.data(S).toString().constData());
+    EXPECT_EQ(table->stringPoolSize(), 1u);
+
+    const ushort raw[] = { 'a', 'b', 0, 'c' };
+    b.data(S).storeString(raw, 4);
+    EXPECT_EQ(b.data(S).toString(), QStringLiteral("ab"));
+    EXPECT_EQ(table->stringPoolSize(), 2u);
+}
+
+TEST(FieldOrder, CompareAndIsEqualDisagreeWhereRequired)
+{
+    auto table = makeTable();
+    Record a(table.get());
+    Record b(table.get());
+    // NULL first, then the type number, without looking at values.
+    a.data(I) = 5;
+    EXPECT_EQ(a.data(I).compare(b.data(I)), 1);
+    EXPECT_EQ(b.data(I).compare(a.data(I)), -1);
+    EXPECT_EQ(b.data(I).compare(b.data(I64)), 0);
+    EXPECT_TRUE(b.data(I).isEqual(b.data(D)));
+    b.data(I64) = int64(3);
+    EXPECT_EQ(a.data(I).compare(b.data(I64)), -1);
+    EXPECT_FALSE(a.data(I).isEqual(b.data(I64)));
+
+    // A NaN compares equal to everything but is equal to nothing.
+    a.data(D) = std::numeric_limits<double>::quiet_NaN();
+    b.data(D) = 1.0;
+    EXPECT_EQ(a.data(D).compare(b.data(D)), 0);
+    EXPECT_FALSE(a.data(D).isEqual(b.data(D)));
+    EXPECT_FALSE(a.data(D).isEqual(a.data(D)));
+
+    // Board lists: equal to compare, refused by isEqual.
+    a.data(BL) = sampleBoard();
+    b.data(BL) = boardlist::fromText(QStringLiteral("7:8"));
+    EXPECT_EQ(a.data(BL).compare(b.data(BL)), 0);
+    EXPECT_EQ(outcome([&] { return QString::number(a.data(BL).isEqual(b.data(BL))); }),
+              QStringLiteral("E:Can't equal; two fields."));
+
+    // Decimals: equal words compare raw, other scales numerically.
+    a.data(DEC) = decimal(10, 1);
+    b.data(DEC) = decimal(100, 2);
+    EXPECT_EQ(a.data(DEC).compare(b.data(DEC)), 0);
+    EXPECT_TRUE(a.data(DEC).isEqual(b.data(DEC)));
+    a.data(DEC) = decimal(-300, 2);
+    b.data(DEC) = decimal(-299, 2);
+    EXPECT_LT(a.data(DEC).compare(b.data(DEC)), 0);
+    EXPECT_TRUE(a.data(DEC) < b.data(DEC));
+
+    a.data(VC) = QStringLiteral("abc");
+    b.data(VC) = QStringLiteral("abd");
+    EXPECT_LT(a.data(VC).compare(b.data(VC)), 0);
+    b.data(VC) = QStringLiteral("ABC");
+    EXPECT_GT(a.data(VC).compare(b.data(VC)), 0); // case sensitive
+    EXPECT_FALSE(a.data(VC).isEqual(b.data(VC)));
+
+    a.data(XD) = xdecimal(QStringLiteral("1.5"));
+    b.data(XD) = xdecimal(QStringLiteral("1.50"));
+    EXPECT_EQ(a.data(XD).compare(b.data(XD)), 0);
+    EXPECT_TRUE(a.data(XD).isEqual(b.data(XD)));
+}
+
+TEST(FieldArithmetic, AddAndSubtract)
+{
+    auto table = makeTable();
+    Record a(table.get());
+    Record b(table.get());
+    b.data(I) = 7;
+    a.data(I) += b.data(I);
+    EXPECT_EQ(a.data(I).toInteger(), 7);
+    a.data(I64) += b.data(I64); // a NULL operand does nothing
+    EXPECT_TRUE(a.data(I64).isNull());
+
+    a.data(I) = std::numeric_limits<int>::max();
+    b.data(I) = 1;
+    a.data(I) += b.data(I);
+    EXPECT_EQ(a.data(I).toInteger(), std::numeric_limits<int>::min()); // wraps
+    a.data(I) -= b.data(I);
+    EXPECT_EQ(a.data(I).toInteger(), std::numeric_limits<int>::max());
+
+    b.data(XD) = xdecimal(QStringLiteral("0.125"));
+    a.data(XD) -= b.data(XD);
+    EXPECT_EQ(a.data(XD).toString(), QStringLiteral("-0.125"));
+    b.data(DEC) = decimal(50, 2);
+    a.data(DEC) = decimal(125, 2);
+    a.data(DEC) += b.data(DEC);
+    EXPECT_EQ(a.data(DEC).toString(), QStringLiteral("1.75"));
+
+    a.data(DT) = datetime(2020, 1, 1, 0, 0, 0, 0);
+    b.data(DT) = datetime(int64(1500));
+    a.data(DT) += b.data(DT);
+    EXPECT_EQ(a.data(DT).toString(), QStringLiteral("2020.01.01 00:00:01.500"));
+
+    b.data(VC) = QStringLiteral("x");
+    EXPECT_EQ(outcome([&] { a.data(VC) += b.data(VC); return QString(); }),
+              QStringLiteral("E:Can't convert from VarChar to VarChar"));
+    b.data(D) = 1.0;
+    EXPECT_EQ(outcome([&] { a.data(I64) += b.data(D); return QString(); }),
+              QStringLiteral("E:Incorrect type conversion."));
+    EXPECT_TRUE(a.data(I64).isNull());
+}
+
+} // namespace

@@ -1,0 +1,171 @@
+// FieldValue, FieldConstValue and KeyValue: values that live without a table.
+
+#include "numeric/datetime.h"
+#include "numeric/decimal.h"
+#include "numeric/xdecimal.h"
+#include "runtime/exception.h"
+#include "table/fieldconstvalue.h"
+#include "table/keyvalue.h"
+#include "table/table.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+TEST(FieldValue, OutlivesTheTableItsDefinitionCameFrom)
+{
+    auto table = std::make_unique<Table>(QStringLiteral("T"));
+    table->addColumn(QStringLiteral("price"), FieldType::Decimal, 3, false);
+    table->addColumn(QStringLiteral("code"), FieldType::VarChar, 4);
+    FieldValue price(table.get(), QStringLiteral("price"));
+    FieldValue code(table.get(), 1);
+    EXPECT_TRUE(price.isNull()); // a new value is NULL even for a non-nullable column
+    EXPECT_EQ(price.columnDef()->table, nullptr);
+    table.reset();
+
+    price = 5;
+    code = QStringLiteral("ABCDEF");
+    EXPECT_EQ(price.toText(), QStringLiteral("5.000"));
+    EXPECT_EQ(code.toText(), QStringLiteral("ABCD"));
+    EXPECT_EQ(code.length(), 4);
+    // The cell is 8-aligned and the null byte sits right behind it.
+    EXPECT_EQ(code.columnDef()->nullOffset, 8u);
+}
+
+TEST(FieldValue, UnknownColumnsAndBadDefinitionsThrow)
+{
+    Table table(QStringLiteral("T"));
+    table.addColumn(QStringLiteral("a"), FieldType::Integer);
+    EXPECT_THROW(FieldValue(&table, QStringLiteral("b")), QString);
+    EXPECT_THROW(FieldValue(&table, 1), QString);
+    try {
+        FieldValue(FieldType::VarChar, 0, true);
+        FAIL();
+    } catch (const QString &message) {
+        EXPECT_EQ(message, QStringLiteral("Length of string can't be zero"));
+    }
+}
+
+TEST(FieldValue, CopiesCarryDefinitionContentAndNullState)
+{
+    Table table(QStringLiteral("T"));
+    table.addColumn(QStringLiteral("s"), FieldType::String);
+    table.addColumn(QStringLiteral("x"), FieldType::XDecimal, 2);
+    Record row(&table);
+    row.data(0) = QStringLiteral("text");
+    FieldValue s(row.data(0));
+    FieldValue x(row.data(1));
+    EXPECT_EQ(s.toText(), QStringLiteral("text"));
+    EXPECT_EQ(s.columnDef()->name, QStringLiteral("s"));
+    EXPECT_TRUE(x.isNull());
+    row = Record(); // the row goes; the copy stays
+
+    FieldValue copy(s);
+    EXPECT_EQ(copy.toText(), QStringLiteral("text"));
+    FieldValue assigned(FieldType::Integer, 0, true);
+    assigned = x;
+    EXPECT_EQ(assigned.type(), FieldType::XDecimal);
+    EXPECT_TRUE(assigned.isNull());
+    assigned = xdecimal(QStringLiteral("1.25"));
+    EXPECT_EQ(assigned.toText(), QStringLiteral("1.25"));
+
+    // A String value written through Field has no table: the global pool.
+    FieldValue pooled(FieldType::String, 0, true);
+    pooled = "global";
+    EXPECT_EQ(pooled.toText(), QStringLiteral("global"));
+}
+
+TEST(FieldValue, FromTextDiffersBetweenItsOverloadsForStrings)
+{
+    FieldValue byString(FieldType::String, 0, true);
+    byString.fromText(QStringLiteral("abc"));
+    EXPECT_TRUE(byString.isNull());
+    EXPECT_EQ(byString.asStaticString().size(), 0); // NULL: an empty view
+    const QString text = QStringLiteral("abc");
+    FieldValue byRef(FieldType::String, 0, true);
+    byRef.fromText(QStringRef(&text));
+    EXPECT_FALSE(byRef.isNull());
+    EXPECT_EQ(byRef.toText(), text);
+
+    FieldValue number(FieldType::Integer64, 0, true);
+    number.fromText(QStringLiteral("-12"));
+    EXPECT_EQ(number.toInteger64(), -12);
+    EXPECT_THROW(number.fromText(QStringLiteral("1e")), Exception);
+    EXPECT_EQ(number.toInteger64(), -12);
+}
+
+TEST(FieldConstValue, ConstantsOfEachKind)
+{
+    EXPECT_TRUE(FieldConstValue().isNull());
+    EXPECT_EQ(FieldConstValue().type(), FieldType::Integer);
+
+    const FieldConstValue c(QChar(u'q'));
+    EXPECT_EQ(c.type(), FieldType::VarChar);
+    EXPECT_EQ(c.toChar(), QChar(u'q'));
+    const FieldConstValue s(QStringLiteral("hello"));
+    EXPECT_EQ(s.length(), 5);
+    EXPECT_EQ(s.toText(), QStringLiteral("hello"));
+    EXPECT_FALSE(s.columnDef()->nullable);
+    const FieldConstValue latin("caf\xe9");
+    EXPECT_EQ(latin.toText(), QStringLiteral("café"));
+    EXPECT_THROW(FieldConstValue { QString() }, QString);
+    EXPECT_THROW(FieldConstValue(static_cast<const char *>(nullptr)), QString);
+
+    // The decimal's word as it is, whatever its scale.
+    const FieldConstValue d(decimal(12345, 3));
+    EXPECT_TRUE(d.asDecimal().isEqual(decimal(12345, 3)));
+    const FieldConstValue x(xdecimal(QStringLiteral("-0.5")));
+    EXPECT_EQ(x.asXDecimal().compare(xdecimal(-5, 1)), 0);
+    EXPECT_EQ(FieldConstValue(int64(1) << 40).toInteger64(), int64(1) << 40);
+    EXPECT_EQ(FieldConstValue(7).toInteger(), 7);
+    EXPECT_EQ(FieldConstValue(0.5).toDouble(), 0.5);
+    EXPECT_EQ(FieldConstValue(datetime(int64(99))).toDatetime().data(), 99);
+}
+
+TEST(FieldConstValue, FromValue)
+{
+    Table table(QStringLiteral("T"));
+    table.addColumn(QStringLiteral("vc"), FieldType::VarChar, 10);
+    table.addColumn(QStringLiteral("one"), FieldType::VarChar, 1);
+    table.addColumn(QStringLiteral("s"), FieldType::String);
+    table.addColumn(QStringLiteral("dec"), FieldType::Decimal, 2);
+    Record row(&table);
+    row.data(0) = QStringLiteral("AB");
+    row.data(1) = QChar(u'Z');
+    row.data(2) = QStringLiteral("text");
+    row.data(3) = decimal(314, 2);
+
+    const FieldConstValue vc = FieldConstValue::fromValue(row.data(0));
+    EXPECT_EQ(vc.length(), 2); // the text's length, not the column's
+    EXPECT_EQ(vc.toText(), QStringLiteral("AB"));
+    EXPECT_EQ(FieldConstValue::fromValue(row.data(1)).toChar(), QChar(u'Z'));
+    const FieldConstValue s = FieldConstValue::fromValue(row.data(2));
+    EXPECT_TRUE(s.isNull());
+    EXPECT_EQ(s.type(), FieldType::Integer);
+    EXPECT_EQ(FieldConstValue::fromValue(row.data(3)).compare(FieldConstValue(decimal(314, 2))), 0);
+
+    row.data(0) = QString(); // NULL
+    EXPECT_TRUE(FieldConstValue::fromValue(row.data(0)).isNull());
+}
+
+TEST(KeyValue, OrderByTheFirstDifferenceOverThisKeysLength)
+{
+    const KeyValue k12 { FieldConstValue(1), FieldConstValue(2) };
+    const KeyValue k13 { FieldConstValue(1), FieldConstValue(3) };
+    const KeyValue k1 { FieldConstValue(1) };
+    EXPECT_TRUE(k12 < k13);
+    EXPECT_FALSE(k13 < k12);
+    EXPECT_FALSE(k12 < k12);
+    EXPECT_TRUE(k12 != k13);
+    EXPECT_TRUE(k1 == k13); // only the shorter key's length is compared
+
+    // NULL orders first.
+    const KeyValue nullKey { FieldConstValue(), FieldConstValue(0) };
+    EXPECT_TRUE(nullKey < k12);
+    EXPECT_TRUE(KeyValue() == k12);
+    EXPECT_FALSE(KeyValue() < k12);
+}
+
+} // namespace
