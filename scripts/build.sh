@@ -5,7 +5,8 @@
 #   bench  runs the benchmarks
 #   build  only builds
 # Environment: BUILD_DIR (default build, or build-<sanitizer>), TABLEDB_SANITIZE
-# (empty, address or thread), BUILD_TYPE (default RelWithDebInfo), JOBS.
+# (empty, address or thread), BUILD_TYPE (default RelWithDebInfo), JOBS, and
+# CMAKE_ARGS for further configure options.
 set -euo pipefail
 
 action=${1:-run}
@@ -25,7 +26,7 @@ jobs=${JOBS:-$(nproc)}
 
 cmake -S . -B "$build_dir" \
     -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" \
-    -DTABLEDB_SANITIZE="$sanitize" >/dev/null
+    -DTABLEDB_SANITIZE="$sanitize" ${CMAKE_ARGS:-} >/dev/null
 cmake --build "$build_dir" -j "$jobs"
 
 case "$sanitize" in
