@@ -10,9 +10,7 @@ int main(int argc, char **argv)
     Table table(QStringLiteral("Quotes"));
     table.addColumn(QStringLiteral("price"), FieldType::Decimal, 2);
     Record row(&table);
-    decimal price = decimal::fromString(QStringLiteral("101.25"));
-    *reinterpret_cast<qint64 *>(row.data(0).data()) = price.data();
-    row.data(0).clearNull();
+    row.data(0) = decimal::fromString(QStringLiteral("101.25"));
     const QString text = row.data(0).toString();
     std::printf("%s\n", qPrintable(text));
     return text == QLatin1String("101.25") ? 0 : 1;

@@ -9,28 +9,19 @@
 #include <QCoreApplication>
 #include <QTextStream>
 
-#include <cstring>
-
 namespace {
 
 void fill(Record &row, int id, const QString &code, const QString &price, const QString &when)
 {
-    auto set = [&row](const char *column) {
-        Field f = row.data(QString::fromLatin1(column));
-        f.clearNull();
-        return f.data();
-    };
-    FieldType::setInt(set("id"), id);
-    FieldType::setInt64(set("volume"), 1000000LL * id);
-    FieldType::setDouble(set("ratio"), 1.0 / (id + 1));
-    FieldType::setInt64(set("price"), decimal::fromString(price).data());
-    const xdecimal turnover = xdecimal::fromString(price + QStringLiteral("12345678901"));
-    std::memcpy(set("turnover"), turnover.data(), 16);
-    FieldType::stringToVarChar(set("code"), 8, code);
-    FieldType::setInt64(set("time"), datetime(when).data());
-    *reinterpret_cast<QString *>(set("board")) = QStringLiteral("TQBR");
-    const boardlist lots = boardlist::fromText(QStringLiteral("1:10,20 2:5"));
-    std::memcpy(set("lots"), &lots, sizeof lots);
+    row.data(QStringLiteral("id")) = id;
+    row.data(QStringLiteral("volume")) = int64(1000000) * id;
+    row.data(QStringLiteral("ratio")) = 1.0 / (id + 1);
+    row.data(QStringLiteral("price")) = decimal::fromString(price);
+    row.data(QStringLiteral("turnover")) = xdecimal::fromString(price + QStringLiteral("1234"));
+    row.data(QStringLiteral("code")) = code;
+    row.data(QStringLiteral("time")) = datetime(when);
+    row.data(QStringLiteral("board")) = QStringLiteral("TQBR"); // shared through the table's pool
+    row.data(QStringLiteral("lots")) = boardlist::fromText(QStringLiteral("1:10,20 2:5"));
 }
 
 } // namespace
@@ -68,11 +59,11 @@ int main(int argc, char **argv)
 
         // A clone is a new row with the same cells; it joins the table only when appended.
         Record clone = sber.clone();
-        FieldType::setInt(clone.data(QStringLiteral("id")).data(), 3);
+        clone.data(QStringLiteral("id")) = 3;
         clone.append();
         // copy() takes cells and null flags over, here only the price column.
         Record copy(&quotes);
-        FieldType::setInt(copy.data(QStringLiteral("id")).data(), 4);
+        copy.data(QStringLiteral("id")) = 4;
         const int price = quotes.columnIndex(QStringLiteral("price"));
         copy.copy(gazp, price, price);
         copy.append();
