@@ -22,12 +22,16 @@ std::vector<Record> rowsOf(const IndexList &index)
 class IndexListTest : public ::testing::Test
 {
 protected:
-    std::vector<Record> appendRows(int n)
+    // n rows of keys 0.., added to the table's master when `toTable`, else to `index`.
+    std::vector<Record> rows(int n, bool toTable, IndexList *index = nullptr)
     {
         std::vector<Record> out;
         for (int i = 0; i < n; ++i) {
             out.push_back(table.row(i));
-            table.appendRow(out.back().rowPtr());
+            if (toTable)
+                table.appendRow(out.back().rowPtr());
+            else
+                index->add(out.back());
         }
         return out;
     }
@@ -38,63 +42,47 @@ protected:
 TEST_F(IndexListTest, MoveTakesAnInclusiveRangeToThePlaceAfterRemoval)
 {
     IndexList index(&table, false);
-    std::vector<Record> r;
-    for (int i = 0; i < 5; ++i) {
-        r.push_back(table.row(i));
-        index.add(r.back());
-    }
+    const std::vector<Record> r = rows(5, false, &index);
     index.move(2, 3, 0);
-    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[2], r[3], r[0], r[1], r[4] }));
+    const std::vector<Record> moved { r[2], r[3], r[0], r[1], r[4] };
+    EXPECT_EQ(rowsOf(index), moved);
     index.move(1, 1, 1); // from == destination
     index.move(0, 3, 3); // destination == to
-    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[2], r[3], r[0], r[1], r[4] }));
+    index.move(3, 1, 0); // an empty range
+    EXPECT_EQ(rowsOf(index), moved);
     index.move(0, 0, 4); // to the end of the shortened list
     EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[3], r[0], r[1], r[4], r[2] }));
-    index.move(3, 1, 0); // an empty range moves nothing
-    EXPECT_EQ(index.count(), 5);
 }
 
 TEST_F(IndexListTest, RemoveTrustsOnlyARightHint)
 {
     IndexList index(&table, false);
-    std::vector<Record> r;
-    for (int i = 0; i < 4; ++i) {
-        r.push_back(table.row(i));
-        index.add(r.back());
-    }
+    const std::vector<Record> r = rows(4, false, &index);
     index.remove(r[2], 0); // wrong hint: searched
     index.remove(r[0], 0);
     index.remove(r[3], 99);
-    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[1] }));
     index.remove(table.row(7), -1); // absent: harmless
-    EXPECT_EQ(index.count(), 1);
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[1] }));
     EXPECT_TRUE(index.contains(r[1]));
     EXPECT_FALSE(index.contains(r[0]));
     EXPECT_TRUE(index.at(1).isNull());
     EXPECT_EQ(index.getClassName(), QStringLiteral("IndexList"));
 }
 
-TEST_F(IndexListTest, BuildAddsTheMastersRowsThatPassTheFilterWithoutClearing)
+TEST_F(IndexListTest, BuildAndProcessApplyTheFilter)
 {
-    const std::vector<Record> r = appendRows(5);
+    const std::vector<Record> r = rows(4, true);
     EvenList index(&table, false);
     index.build();
-    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[0], r[2], r[4] }));
-    index.build();
-    EXPECT_EQ(index.count(), 6);
+    EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[0], r[2] }));
+    index.build(); // adds again, without clearing
+    EXPECT_EQ(index.count(), 4);
     index.rebuild();
-    EXPECT_EQ(index.count(), 3);
-}
+    EXPECT_EQ(index.count(), 2);
 
-TEST_F(IndexListTest, DefaultProcessRemovesUpdatesAndInserts)
-{
-    const std::vector<Record> r = appendRows(4);
-    EvenList index(&table, false);
-    index.build(); // 0, 2
     const Record fresh = table.row(6);
-    const Record odd = table.row(7);
     setKey(r[1], 8); // now passes the filter
-    index.process({ r[0] }, { r[1] }, -1, -1, { fresh, odd });
+    index.process({ r[0] }, { r[1] }, -1, -1, { fresh, table.row(7) });
     EXPECT_EQ(rowsOf(index), std::vector<Record>({ r[2], r[1], fresh }));
 }
 
@@ -107,9 +95,7 @@ TEST_F(IndexListTest, RegisteredIndexJoinsAndLeavesTheTable)
         EXPECT_TRUE(index.isRegistered());
         EXPECT_TRUE(table.indexes().contains(&index));
         EXPECT_EQ(added, 1);
-        // A registered index is told of appended rows by the table.
-        const Record row = table.row(1);
-        table.appendRow(row.pointer());
+        rows(1, true); // a registered index is told of appended rows
         EXPECT_EQ(index.count(), 1);
     }
     EXPECT_TRUE(table.indexes().isEmpty());

@@ -1,14 +1,11 @@
-// Key master indexes: the Column and Fast strategies, their key search, the
-// cache in front of it, and the factories with their fallback.
+#include "keyedtable.h"
 
 #include "index/masterindex_column.h"
 #include "index/masterindex_column_cached.h"
 #include "index/masterindex_fast.h"
 #include "index/masterindex_fast_cached.h"
-#include "table/table.h"
 
 #include <QRandomGenerator>
-#include <QStringList>
 
 #include <gtest/gtest.h>
 
@@ -16,26 +13,6 @@
 #include <thread>
 
 namespace {
-
-QStringList g_warnings;
-
-void captureWarnings(QtMsgType type, const QMessageLogContext &, const QString &message)
-{
-    if (type == QtWarningMsg)
-        g_warnings.append(message);
-}
-
-// Collects the warnings logged during its lifetime.
-class WarningCapture
-{
-public:
-    WarningCapture() : m_previous(qInstallMessageHandler(captureWarnings)) { g_warnings.clear(); }
-    ~WarningCapture() { qInstallMessageHandler(m_previous); }
-    QStringList warnings() const { return g_warnings; }
-
-private:
-    QtMessageHandler m_previous;
-};
 
 template <typename F>
 QString thrownText(F f)
@@ -75,17 +52,15 @@ TEST(MasterIndexFast, RefusesUnsuitableColumnsInAFixedOrder)
 {
     auto table = makeTable();
     table->addColumn(QStringLiteral("nullable"), FieldType::Integer);
-    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QList<int> { 0, 2 }); }),
-              QStringLiteral("Columns must be sequenced: 2(n) / 1"));
-    // Out of sequence wins over the type.
-    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QList<int> { 0, 4 }); }),
-              QStringLiteral("Columns must be sequenced: 4(price) / 1"));
-    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QStringList { QStringLiteral("price") }); }),
-              QStringLiteral("Type 'Double' unsuported for price"));
-    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QStringList { QStringLiteral("note") }); }),
-              QStringLiteral("Type 'String' unsuported for note"));
-    EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), QStringList { QStringLiteral("nullable") }); }),
-              QStringLiteral("Columns can't be nullable nullable"));
+    const std::pair<QList<int>, const char *> cases[] = {
+        { { 0, 2 }, "Columns must be sequenced: 2(n) / 1" },
+        { { 0, 4 }, "Columns must be sequenced: 4(price) / 1" }, // sequence is checked before type
+        { { 4 }, "Type 'Double' unsuported for price" },
+        { { 3 }, "Type 'String' unsuported for note" },
+        { { 5 }, "Columns can't be nullable nullable" },
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(thrownText([&] { MasterIndex_Fast(table.get(), c.first); }), QString::fromUtf8(c.second));
 
     const MasterIndex_Fast fast(table.get(), QList<int> { 1, 2 });
     EXPECT_EQ(fast.keyOffset(), 16 + table->columnDef(1).offset);
@@ -95,32 +70,30 @@ TEST(MasterIndexFast, RefusesUnsuitableColumnsInAFixedOrder)
 TEST(MasterIndexFactory, FastFallsBackToColumnWithOneWarning)
 {
     auto table = makeTable();
-    WarningCapture capture;
+    WarningCatcher catcher;
     std::unique_ptr<MasterIndex> index(
         MasterIndex_Fast::create(table.get(), { QStringLiteral("id"), QStringLiteral("n") }));
     EXPECT_EQ(index->getClassName(), QStringLiteral("MasterIndex_Column"));
     EXPECT_EQ(index->columns(), (QList<int> { 0, 2 }));
-    ASSERT_EQ(capture.warnings().size(), 1);
-    EXPECT_EQ(capture.warnings().first(),
-              QStringLiteral("MasterIndex_Fast : Cannot create optimized MasterIndex for 'K': "
-                             "Columns must be sequenced: 2(n) / 1"));
+    EXPECT_EQ(WarningCatcher::messages(),
+              QStringList("MasterIndex_Fast : Cannot create optimized MasterIndex for 'K': "
+                          "Columns must be sequenced: 2(n) / 1"));
 
     std::unique_ptr<MasterIndex> cached(MasterIndex_Fast_Cached::create(table.get(), { QStringLiteral("price") }));
     EXPECT_EQ(cached->getClassName(), QStringLiteral("MasterIndex_Column_Cached"));
-    ASSERT_EQ(capture.warnings().size(), 2);
-    EXPECT_TRUE(capture.warnings().last().startsWith(
+    ASSERT_EQ(WarningCatcher::messages().size(), 2);
+    EXPECT_TRUE(WarningCatcher::messages().last().startsWith(
         QStringLiteral("MasterIndex_Fast_Cached : Cannot create optimized MasterIndex for 'K': Type")));
 
     // An unknown name fails the fallback too: its own message leaves create.
-    EXPECT_EQ(thrownText([&] { MasterIndex_Fast::create(table.get(), { QStringLiteral("zz") }); }),
-              QStringLiteral("Column 'zz' not found to create index."));
-    EXPECT_EQ(thrownText([&] { MasterIndex_Column_Cached::create(table.get(), { QStringLiteral("zz") }); }),
-              QStringLiteral("Column 'zz' not found to create index."));
-    EXPECT_EQ(capture.warnings().size(), 2);
+    const QStringList unknown { QStringLiteral("zz") };
+    const QString notFound = QStringLiteral("Column 'zz' not found to create index.");
+    EXPECT_EQ(thrownText([&] { MasterIndex_Fast::create(table.get(), unknown); }), notFound);
+    EXPECT_EQ(thrownText([&] { MasterIndex_Column_Cached::create(table.get(), unknown); }), notFound);
 
     std::unique_ptr<MasterIndex> fast(MasterIndex_Fast::create(table.get(), { QStringLiteral("id") }));
     EXPECT_EQ(fast->getClassName(), QStringLiteral("MasterIndex_Fast"));
-    EXPECT_EQ(capture.warnings().size(), 2);
+    EXPECT_EQ(WarningCatcher::messages().size(), 2);
 }
 
 TEST(MasterIndexFactory, InstallAsMasterOrAsNamedIndex)
@@ -195,13 +168,12 @@ TEST(MasterIndexColumn, FindAgreesWithFastWhereByteAndFieldOrderAgree)
     QRandomGenerator random(7);
     for (int i = 0; i < 300; ++i) {
         QString code;
-        const int length = 1 + int(random.bounded(6));
-        for (int c = 0; c < length; ++c)
+        for (int c = int(random.bounded(6)); c >= 0; --c)
             code.append(QChar(u'A' + random.bounded(26)));
-        if (codes.contains(code))
-            continue;
-        codes.append(code);
-        addRow(table.get(), i, code);
+        if (!codes.contains(code)) {
+            codes.append(code);
+            addRow(table.get(), i, code);
+        }
     }
     fast.build();
     const auto *column = static_cast<const MasterIndex_Column *>(table->masterIndex());
@@ -245,13 +217,8 @@ protected:
         table = makeTable();
         index = new MasterIndex_Fast_Cached(table.get(), QStringList { "id" });
         table->setMasterIndex(index);
-        QList<Record> rows;
-        for (int i = 0; i < 1100; ++i) {
-            Record row(table.get());
-            row.data(0) = int64(i);
-            rows.append(row);
-        }
-        table->appendList(rows);
+        for (int i = 0; i < 1100; ++i)
+            addRow(table.get(), i);
     }
 
     MasterKey key(int64 id) const { return MasterKey(reinterpret_cast<const char *>(&id), 8); }
@@ -286,17 +253,10 @@ TEST_F(MasterIndexCache, EvictsTheLeastRecentlyUsedAtThe1001stKey)
     EXPECT_FALSE(find(5000));
     EXPECT_EQ(index->cacheCount(), 3);
     EXPECT_EQ(index->findKey(key(0), 5000).data(0).toInteger64(), 0);
-}
 
-TEST_F(MasterIndexCache, SizeZeroCachesNothing)
-{
     index->setCacheSize(0);
-    for (int i = 0; i < 10; ++i)
-        EXPECT_EQ(find(i).data(0).toInteger64(), i);
+    EXPECT_EQ(find(7).data(0).toInteger64(), 7);
     EXPECT_EQ(index->cacheCount(), 0);
-    index->setCacheSize(5);
-    find(1);
-    EXPECT_EQ(index->cacheCount(), 1);
 }
 
 TEST_F(MasterIndexCache, RowsLeavingTheIndexLeaveTheCache)
@@ -322,8 +282,7 @@ TEST_F(MasterIndexCache, RowsLeavingTheIndexLeaveTheCache)
     EXPECT_TRUE(index->isCached(key(4)));
     EXPECT_FALSE(find(5));
 
-    QList<Record> removed { find(7) };
-    QList<Record> updated;
+    QList<Record> removed { find(7) }, updated;
     table->process(removed, updated, -1, -1, {}, {});
     EXPECT_FALSE(index->isCached(key(7)));
     EXPECT_TRUE(index->isCached(key(8)));
@@ -353,14 +312,11 @@ TEST_F(MasterIndexCache, FindFromTwoThreadsAtOnce)
             }
         }
     };
-    bool ok1 = true;
-    bool ok2 = true;
-    std::thread t1(work, 1, &ok1);
-    std::thread t2(work, 2, &ok2);
+    bool ok[2] = { true, true };
+    std::thread t1(work, 1, &ok[0]), t2(work, 2, &ok[1]);
     t1.join();
     t2.join();
-    EXPECT_TRUE(ok1);
-    EXPECT_TRUE(ok2);
+    EXPECT_TRUE(ok[0] && ok[1]);
     EXPECT_LE(index->cacheCount(), 64);
 }
 
