@@ -169,31 +169,26 @@ datetime Field::toDatetime() const
     }
 }
 
-QDateTime Field::toQDateTime() const
+datetime Field::dateTimeCell() const
 {
-    if (isNull())
-        return QDateTime();
     if (def->type != FieldType::DateTime)
         throwIncorrectConversion();
-    return FieldType::getDatetime(m_data).getDateTime();
+    return FieldType::getDatetime(m_data);
+}
+
+QDateTime Field::toQDateTime() const
+{
+    return isNull() ? QDateTime() : dateTimeCell().getDateTime();
 }
 
 QDate Field::toQDate() const
 {
-    if (isNull())
-        return QDate();
-    if (def->type != FieldType::DateTime)
-        throwIncorrectConversion();
-    return FieldType::getDatetime(m_data).getDate();
+    return isNull() ? QDate() : dateTimeCell().getDate();
 }
 
 QTime Field::toQTime() const
 {
-    if (isNull())
-        return QTime();
-    if (def->type != FieldType::DateTime)
-        throwIncorrectConversion();
-    return FieldType::getDatetime(m_data).getTime();
+    return isNull() ? QTime() : dateTimeCell().getTime();
 }
 
 boardlist Field::toBoardlist() const

@@ -156,6 +156,8 @@ private:
     // operator=(QStringRef), reached only by VarChar and String cells.
     void assignText(const QString &text);
     QString &stringCell() const { return *reinterpret_cast<QString *>(m_data); }
+    // The DateTime cell; throws "Incorrect type conversion." for other types.
+    datetime dateTimeCell() const;
     StringPool *stringPool() const;
 
     friend class Record;
