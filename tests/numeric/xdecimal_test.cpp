@@ -3,7 +3,6 @@
 
 #include "numeric/bcdii.h"
 
-#include <QBuffer>
 #include <QByteArray>
 #include <QDataStream>
 #include <QLocale>
@@ -32,7 +31,7 @@ struct Ref
     int scale = 0;
 };
 
-std::string strip(std::string m)
+std::string strip(const std::string &m)
 {
     const size_t nz = m.find_first_not_of('0');
     return nz == std::string::npos ? "0" : m.substr(nz);
@@ -46,31 +45,15 @@ int cmpMag(const std::string &a, const std::string &b)
     return (c > 0) - (c < 0);
 }
 
-std::string addMag(const std::string &a, const std::string &b)
+// Column addition (sign 1) or subtraction (sign -1, a >= b) of digit strings.
+std::string addMag(const std::string &a, const std::string &b, int sign = 1)
 {
     std::string r;
     int carry = 0;
-    for (size_t i = 0; i < std::max(a.size(), b.size()) || carry; ++i) {
-        int v = carry;
-        if (i < a.size())
-            v += a[a.size() - 1 - i] - '0';
-        if (i < b.size())
-            v += b[b.size() - 1 - i] - '0';
-        r.push_back(char('0' + v % 10));
-        carry = v / 10;
-    }
-    std::reverse(r.begin(), r.end());
-    return strip(r);
-}
-
-// REQUIRES: a >= b.
-std::string subMag(const std::string &a, const std::string &b)
-{
-    std::string r;
-    int borrow = 0;
-    for (size_t i = 0; i < a.size(); ++i) {
-        int v = (a[a.size() - 1 - i] - '0') - borrow - (i < b.size() ? b[b.size() - 1 - i] - '0' : 0);
-        borrow = v < 0;
+    for (size_t i = 0; i < a.size() || i < b.size() || carry; ++i) {
+        const int v = carry + (i < a.size() ? a[a.size() - 1 - i] - '0' : 0)
+            + sign * (i < b.size() ? b[b.size() - 1 - i] - '0' : 0);
+        carry = v < 0 ? -1 : v / 10;
         r.push_back(char('0' + (v + 10) % 10));
     }
     std::reverse(r.begin(), r.end());
@@ -93,7 +76,7 @@ std::string mulMag(const std::string &a, const std::string &b)
     return strip(s);
 }
 
-Ref make(bool neg, std::string mag, int scale)
+Ref make(bool neg, const std::string &mag, int scale)
 {
     Ref r;
     r.mag = strip(mag);
@@ -106,22 +89,21 @@ Ref make(bool neg, std::string mag, int scale)
 Ref rescale(const Ref &r, int s)
 {
     if (s >= r.scale)
-        return make(r.neg, r.mag == "0" ? "0" : r.mag + std::string(size_t(s - r.scale), '0'), s);
+        return make(r.neg, r.mag + std::string(size_t(s - r.scale), '0'), s);
     const size_t k = size_t(r.scale - s);
     std::string kept = r.mag.size() > k ? r.mag.substr(0, r.mag.size() - k) : "0";
-    const char first = r.mag.size() >= k ? r.mag[r.mag.size() - k] : '0';
-    if (first >= '5')
+    if (r.mag.size() >= k && r.mag[r.mag.size() - k] >= '5')
         kept = addMag(kept, "1");
     return make(r.neg, kept, s);
 }
 
+// Both at the same scale.
 Ref add(const Ref &a, const Ref &b)
 {
     if (a.neg == b.neg)
         return make(a.neg, addMag(a.mag, b.mag), a.scale);
-    if (cmpMag(a.mag, b.mag) >= 0)
-        return make(a.neg, subMag(a.mag, b.mag), a.scale);
-    return make(b.neg, subMag(b.mag, a.mag), a.scale);
+    const bool aBigger = cmpMag(a.mag, b.mag) >= 0;
+    return make(aBigger ? a.neg : b.neg, aBigger ? addMag(a.mag, b.mag, -1) : addMag(b.mag, a.mag, -1), a.scale);
 }
 
 int compare(const Ref &a, const Ref &b)
@@ -130,8 +112,7 @@ int compare(const Ref &a, const Ref &b)
     const Ref x = rescale(a, s), y = rescale(b, s);
     if (x.neg != y.neg)
         return x.neg ? -1 : 1;
-    const int c = cmpMag(x.mag, y.mag);
-    return x.neg ? -c : c;
+    return x.neg ? -cmpMag(x.mag, y.mag) : cmpMag(x.mag, y.mag);
 }
 
 // The canonical text: every decimal of the scale, "0." in front of a fraction.
@@ -148,10 +129,7 @@ std::string text(const Ref &r)
     return (r.neg ? "-" : "") + t;
 }
 
-bool fits(const Ref &r)
-{
-    return r.mag.size() <= 26;
-}
+bool fits(const Ref &r) { return r.mag.size() <= 26; }
 
 bool isMarker(const xdecimal &x)
 {
@@ -161,34 +139,23 @@ bool isMarker(const xdecimal &x)
 
 xdecimal toX(const Ref &r)
 {
-    Ref atText = r.scale < 0 ? rescale(r, 0) : r;
-    xdecimal x = xdecimal::fromString(QString::fromStdString(text(atText)));
+    xdecimal x = xdecimal::fromString(QString::fromStdString(text(r.scale < 0 ? rescale(r, 0) : r)));
     x.setScale(short(r.scale));
     return x;
 }
 
-class RandomRefs
+// Scales -3..20, lengths up to the full 26 digits, often exactly 26.
+Ref randomRef(std::mt19937_64 &rng)
 {
-public:
-    explicit RandomRefs(unsigned seed) : m_rng(seed) { }
-
-    Ref next()
-    {
-        const int scale = int(m_rng() % 24) - 3;
-        int len = 1 + int(m_rng() % 26);
-        if (m_rng() % 4 == 0)
-            len = 26;
-        if (scale < 0)
-            len = std::min(len, 26 + scale);
-        std::string m;
-        for (int i = 0; i < len; ++i)
-            m.push_back(char('0' + m_rng() % 10));
-        return make(m_rng() & 1, m, scale);
-    }
-
-private:
-    std::mt19937_64 m_rng;
-};
+    const int scale = int(rng() % 24) - 3;
+    int len = rng() % 4 == 0 ? 26 : 1 + int(rng() % 26);
+    if (scale < 0)
+        len = std::min(len, 26 + scale);
+    std::string m;
+    for (int i = 0; i < len; ++i)
+        m.push_back(char('0' + rng() % 10));
+    return make(rng() & 1, m, scale);
+}
 
 bool throwsBadOperand(const std::function<void()> &f)
 {
@@ -200,11 +167,11 @@ bool throwsBadOperand(const std::function<void()> &f)
     return false;
 }
 
-TEST(xdecimalReference, TextRoundTripsAndCompare)
+TEST(xdecimalReference, TextCompareAndSetScale)
 {
-    RandomRefs gen(11);
+    std::mt19937_64 rng(11);
     for (int i = 0; i < 3000; ++i) {
-        const Ref a = gen.next(), b = gen.next();
+        const Ref a = randomRef(rng), b = randomRef(rng);
         const xdecimal x = toX(a), y = toX(b);
         ASSERT_EQ(x.toString().toStdString(), text(a));
         ASSERT_EQ(x.scale(), a.scale);
@@ -213,36 +180,57 @@ TEST(xdecimalReference, TextRoundTripsAndCompare)
         EXPECT_EQ(x < y, c < 0);
         EXPECT_EQ(x >= y, c >= 0);
         EXPECT_EQ(x == y, c == 0);
-        EXPECT_EQ(x.compare(x), 0);
         // The exponent form is a true power of ten.
         if (a.scale >= 0 && a.mag != "0") { // a zero takes scale 0 from any exponent
             const std::string e = (a.neg ? "-" : "") + a.mag + "e" + std::to_string(-a.scale);
             EXPECT_EQ(xdecimal::fromString(QString::fromStdString(e)).toString().toStdString(), text(a)) << e;
         }
-    }
-}
 
-TEST(xdecimalReference, SumsAndDifferences)
-{
-    RandomRefs gen(12);
-    int overflows = 0, refusals = 0;
-    for (int i = 0; i < 4000; ++i) {
-        const Ref a = gen.next();
-        Ref b = gen.next();
-        const bool subtract = i & 1;
-        const int s = std::max(a.scale, b.scale);
-        const Ref a2 = rescale(a, s), b2 = rescale(b, s);
-        const xdecimal x = toX(a), y = toX(b);
-        if (!fits(a2) || !fits(b2)) {
-            ++refusals;
-            xdecimal z = x;
-            EXPECT_TRUE(throwsBadOperand([&] { subtract ? z -= y : z += y; })) << text(a) << " " << text(b);
+        const int s = int(i % 30) - 4;
+        const Ref r = rescale(a, s);
+        xdecimal z = x;
+        if (!fits(r)) {
+            EXPECT_TRUE(throwsBadOperand([&] { z.setScale(short(s)); }));
             EXPECT_TRUE(z.isEqual(x)); // nothing lost on failure
             continue;
         }
-        if (subtract)
-            b.neg = !b.neg && b.mag != "0";
-        const Ref sum = add(a2, rescale(b, s));
+        z.setScale(short(s));
+        ASSERT_EQ(z.toString().toStdString(), text(r)) << text(a) << " to " << s;
+        ASSERT_EQ(z.scale(), s);
+    }
+}
+
+TEST(xdecimalReference, SumsDifferencesAndProducts)
+{
+    std::mt19937_64 rng(12);
+    int overflows = 0, refusals = 0, productOverflows = 0, rounded = 0;
+    for (int i = 0; i < 6000; ++i) {
+        const Ref a = randomRef(rng), b = randomRef(rng);
+        const xdecimal x = toX(a), y = toX(b);
+
+        // Products keep the left scale, rounding half up.
+        const Ref exact = make(a.neg != b.neg, mulMag(a.mag, b.mag), a.scale + b.scale);
+        const Ref p = rescale(exact, a.scale);
+        rounded += compare(p, exact) != 0;
+        const xdecimal xy = x * y;
+        if (!fits(p)) {
+            ++productOverflows;
+            EXPECT_TRUE(isMarker(xy)) << text(a) << " * " << text(b);
+        } else {
+            ASSERT_EQ(xy.toString().toStdString(), text(p)) << text(a) << " * " << text(b);
+            ASSERT_EQ(xy.scale(), a.scale);
+        }
+
+        const bool subtract = i & 1;
+        const int s = std::max(a.scale, b.scale);
+        if (!fits(rescale(a, s)) || !fits(rescale(b, s))) {
+            ++refusals;
+            xdecimal z = x;
+            EXPECT_TRUE(throwsBadOperand([&] { subtract ? z -= y : z += y; })) << text(a) << " " << text(b);
+            EXPECT_TRUE(z.isEqual(x));
+            continue;
+        }
+        const Ref sum = add(rescale(a, s), rescale(make(b.neg != subtract, b.mag, b.scale), s));
         const xdecimal r = subtract ? x - y : x + y;
         if (!fits(sum)) {
             ++overflows;
@@ -254,59 +242,17 @@ TEST(xdecimalReference, SumsAndDifferences)
     }
     EXPECT_GT(overflows, 10);
     EXPECT_GT(refusals, 100);
-}
-
-TEST(xdecimalReference, ProductsRoundHalfUpToTheLeftScale)
-{
-    RandomRefs gen(13);
-    int overflows = 0, rounded = 0;
-    for (int i = 0; i < 4000; ++i) {
-        const Ref a = gen.next(), b = gen.next();
-        const Ref exact = make(a.neg != b.neg, mulMag(a.mag, b.mag), a.scale + b.scale);
-        const Ref p = rescale(exact, a.scale);
-        rounded += compare(p, exact) != 0;
-        const xdecimal r = toX(a) * toX(b);
-        if (!fits(p)) {
-            ++overflows;
-            EXPECT_TRUE(isMarker(r)) << text(a) << " * " << text(b);
-            continue;
-        }
-        ASSERT_EQ(r.toString().toStdString(), text(p)) << text(a) << " * " << text(b);
-        ASSERT_EQ(r.scale(), a.scale);
-    }
-    EXPECT_GT(overflows, 100);
+    EXPECT_GT(productOverflows, 100);
     EXPECT_GT(rounded, 100);
 }
 
-TEST(xdecimalReference, SetScale)
+TEST(xdecimal, ConstructionLayoutAndBounds)
 {
-    RandomRefs gen(14);
-    for (int i = 0; i < 3000; ++i) {
-        const Ref a = gen.next();
-        const int s = int(i % 30) - 4;
-        const Ref r = rescale(a, s);
-        xdecimal x = toX(a);
-        if (!fits(r)) {
-            EXPECT_TRUE(throwsBadOperand([&] { x.setScale(short(s)); }));
-            EXPECT_EQ(x.toString().toStdString(), text(a));
-            continue;
-        }
-        x.setScale(short(s));
-        ASSERT_EQ(x.toString().toStdString(), text(r)) << text(a) << " to " << s;
-        ASSERT_EQ(x.scale(), s);
-    }
-}
-
-TEST(xdecimal, ConstructionAndValue)
-{
-    EXPECT_EQ(xdecimal(15, 1).value(), 15);
     EXPECT_EQ(xdecimal(15, 1).toString(), "1.5");
     EXPECT_EQ(xdecimal("1.5").value(), 15);
-    EXPECT_EQ(xdecimal("1.5").scale(), 1);
     EXPECT_EQ(xdecimal(-7, -2).toString(), "-700");
     EXPECT_EQ(xdecimal(-9223372036854775807LL - 1, 3).value(), -9223372036854775807LL - 1);
     EXPECT_TRUE(xdecimal("").isZero());
-    EXPECT_TRUE(xdecimal().isZero());
     EXPECT_FALSE(xdecimal(1, 30).isZero());
     try {
         xdecimal("99999999999999999999").value();
@@ -319,72 +265,48 @@ TEST(xdecimal, ConstructionAndValue)
     // The 16 bytes: scale, digits, then the kernel's bytes.
     const xdecimal x(-12345, 2);
     const unsigned char *d = x.data();
-    EXPECT_EQ(d[0], 2);
-    EXPECT_EQ(d[1], 26);
-    EXPECT_EQ(d[2], 0x80);
-    EXPECT_EQ(d[12], 1);
-    EXPECT_EQ(d[13], 23);
-    EXPECT_EQ(d[14], 45);
-    EXPECT_EQ(d[15], 0); // thirteen digit bytes at an even scale
+    const unsigned char expected[16] = {2, 26, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 23, 45, 0};
+    EXPECT_EQ(0, std::memcmp(d, expected, 16));
     EXPECT_EQ(&x, x.data());
     EXPECT_TRUE(xdecimal(static_cast<const void *>(d)).isEqual(x));
     QByteArray bytes;
     x.data(bytes);
     EXPECT_EQ(bytes, QByteArray(reinterpret_cast<const char *>(d), 16));
-}
 
-TEST(xdecimal, PointerConstructorRefusesForeignBytes)
-{
-    unsigned char raw[16] = {0, 63, 1};
-    auto fails = [&raw] {
-        try {
-            xdecimal x(static_cast<const void *>(raw));
-        } catch (const QString &e) {
-            return e == "xdecimal:BCDIICopy failed at xdecimal::xdecimal";
-        }
-        return false;
+    // Foreign bytes: 63 digits do not fit in 16 bytes; the marker; 27 digits at scale 1 do fit.
+    struct Foreign { unsigned char scale, digits, first; bool refused; } foreign[] = {
+        {0, 63, 1, true}, {0, 26, 101, true}, {1, 27, 5, false},
     };
-    EXPECT_TRUE(fails()); // 63 digits do not fit in 16 bytes
-    raw[1] = 26;
-    raw[2] = 101;
-    EXPECT_TRUE(fails()); // the marker
-    raw[0] = 1;
-    raw[1] = 27;
-    raw[2] = 5;
-    EXPECT_FALSE(fails()); // 27 digits at scale 1 still fit
-}
+    for (const Foreign &f : foreign) {
+        const unsigned char raw[16] = {f.scale, f.digits, f.first};
+        QString error;
+        try {
+            xdecimal y(static_cast<const void *>(raw));
+        } catch (const QString &e) {
+            error = e;
+        }
+        EXPECT_EQ(error, f.refused ? "xdecimal:BCDIICopy failed at xdecimal::xdecimal" : "") << int(f.digits);
+    }
 
-TEST(xdecimal, BoundsAndZero)
-{
     const std::string digits = std::string(26, '9') + std::string(62, '0');
     EXPECT_EQ(xdecimal::maximum().toString().toStdString(), digits);
     EXPECT_EQ(xdecimal::minimum().toString().toStdString(), "-" + digits);
-    EXPECT_LT(xdecimal::minimum(), xdecimal(-1, -40));
-    EXPECT_GT(xdecimal::maximum(), xdecimal("99999999999999999999999999"));
+    EXPECT_EQ(xdecimal::maximum().negative(), xdecimal::minimum());
     EXPECT_EQ(xdecimal::zero.data()[1], 26);
     EXPECT_TRUE(xdecimal::zero.isZero());
-    EXPECT_EQ(xdecimal::maximum().negative(), xdecimal::minimum());
 }
 
 TEST(xdecimal, ArithmeticCases)
 {
     const xdecimal a("1.5");
-    EXPECT_EQ((a * a).toString(), "2.3");
-    EXPECT_EQ((a * xdecimal("1.50")).scale(), 1);
     EXPECT_EQ((xdecimal("1.50") * a).toString(), "2.25");
-    const xdecimal sum = a + xdecimal("2.25");
-    EXPECT_EQ(sum.scale(), 2);
-    EXPECT_EQ(sum.toString(), "3.75");
     EXPECT_FALSE(xdecimal(10, 1).isEqual(xdecimal(100, 2)));
     EXPECT_TRUE(xdecimal(10, 1) == xdecimal(100, 2));
     EXPECT_EQ((a - a).toString(), "0.0");
     EXPECT_EQ(xdecimal().negative().data()[2], 0); // zero stays positive
-    EXPECT_EQ(a.negative().negative(), a);
+    EXPECT_TRUE(a.negative().negative().isEqual(a));
     EXPECT_EQ(a.add(a), xdecimal(3, 0));
 
-    xdecimal big(100000, 0);
-    EXPECT_TRUE(throwsBadOperand([&] { big.setScale(25); }));
-    EXPECT_EQ(big.toString(), "100000");
     // An unchecked overflow: the marker shows up at the next rescale.
     xdecimal nines("99999999999999999999999999");
     nines += xdecimal(1, 0);
@@ -421,7 +343,6 @@ TEST(xdecimal, FromStringForms)
             EXPECT_EQ(e, expected);
         }
     }
-    EXPECT_TRUE(xdecimal::canConvert(QStringLiteral("1,5"), false));
     EXPECT_TRUE(xdecimal::canConvert(QStringLiteral("1,5e3"), false));
     EXPECT_TRUE(xdecimal::canConvert(QString(), true));
     EXPECT_FALSE(xdecimal::canConvert(QStringLiteral("1.5.5"), false));
@@ -431,19 +352,18 @@ TEST(xdecimal, LocaleForms)
 {
     const xdecimal x("-1234567.5");
     const QLocale ru(QLocale::Russian, QLocale::Russia);
-    const QChar g = ru.groupSeparator();
-    EXPECT_EQ(xdecimalPrivate::toLocaleString(x, ru), "-1" + QString(g) + "234" + QString(g) + "567,5");
+    const QString g = ru.groupSeparator();
+    EXPECT_EQ(xdecimalPrivate::toLocaleString(x, ru), "-1" + g + "234" + g + "567,5");
     EXPECT_EQ(xdecimalPrivate::toLocaleString(xdecimal("123"), ru), "123");
-    EXPECT_EQ(xdecimalPrivate::toLocaleString(xdecimal("-123456"), ru), "-123" + QString(g) + "456");
+    EXPECT_EQ(xdecimalPrivate::toLocaleString(xdecimal("-123456"), ru), "-123" + g + "456");
     // The C locale omits group separators, and they are printed all the same.
     EXPECT_EQ(xdecimalPrivate::toLocaleString(x, QLocale::c()), "-1,234,567.5");
     const QLocale de(QLocale::German, QLocale::Germany);
     EXPECT_EQ(xdecimalPrivate::toLocaleStringShort(xdecimal("1234.500"), de), "1.234,5");
     EXPECT_EQ(xdecimalPrivate::toLocaleStringShort(xdecimal("2.000"), de), "2");
     EXPECT_EQ(xdecimalPrivate::toLocaleStringShort(xdecimal("100"), de), "100");
-
-    EXPECT_EQ(xdecimal::fromLocaleString("1" + QString(g) + "234", ru).toString(), "1234");
-    EXPECT_THROW(xdecimal::fromLocaleString("1" + QString(g) + "234,5", ru), QString);
+    EXPECT_EQ(xdecimal::fromLocaleString("1" + g + "234", ru).toString(), "1234");
+    EXPECT_THROW(xdecimal::fromLocaleString("1" + g + "234,5", ru), QString);
 
     bool ok = false;
     EXPECT_EQ(xdecimal::fromAnyString("2.5", &ok).toString(), "2.5");
@@ -451,9 +371,8 @@ TEST(xdecimal, LocaleForms)
     EXPECT_TRUE(xdecimal::fromAnyString("abc", &ok).isZero());
     EXPECT_FALSE(ok);
     // A comma is a group separator for the system locale or else a point.
-    const xdecimal comma = xdecimal::fromAnyString("1,5", &ok);
+    EXPECT_EQ(xdecimal::fromAnyString("1,5", &ok).toString(), QLocale::system().groupSeparator() == ',' ? "15" : "1.5");
     EXPECT_TRUE(ok);
-    EXPECT_EQ(comma.toString(), QLocale::system().groupSeparator() == ',' ? "15" : "1.5");
     EXPECT_EQ(xdecimal("1.5").toExcelString(), "1" + QString(QLocale::system().decimalPoint()) + "5");
 }
 
@@ -462,21 +381,19 @@ TEST(xdecimal, DoublesAndVariants)
     EXPECT_EQ(xdecimal::fromDouble(2.5, 0).toString(), "3");
     EXPECT_EQ(xdecimal::fromDouble(-0.125, 2).toString(), "-0.13");
     EXPECT_DOUBLE_EQ(xdecimal("-1234.25").toDouble(), -1234.25);
-    auto thrown = [](double v) -> std::string {
+    for (const auto &c : {std::make_pair(1e40, "xdecimal:overflow"), std::make_pair(std::nan(""), "xdecimal:nan")}) {
+        std::string thrown;
         try {
-            xdecimal::fromDouble(v, 2);
+            xdecimal::fromDouble(c.first, 2);
         } catch (const char *e) {
-            return e;
+            thrown = e;
         }
-        return "";
-    };
-    EXPECT_EQ(thrown(1e40), "xdecimal:overflow");
-    EXPECT_EQ(thrown(std::nan("")), "xdecimal:nan");
+        EXPECT_EQ(thrown, c.second);
+    }
 
     bool ok = false;
-    const xdecimal fromInt = xdecimal::fromVariant(QVariant(2), &ok);
+    EXPECT_EQ(xdecimal::fromVariant(QVariant(2), &ok).toString(), "2.00000");
     EXPECT_TRUE(ok);
-    EXPECT_EQ(fromInt.toString(), "2.00000");
     EXPECT_EQ(xdecimal::fromVariant(QVariant(QStringLiteral("1.25")), &ok).toString(), "1.25");
     EXPECT_THROW(xdecimal::fromVariant(QVariant(QStringLiteral("x"))), QString);
     xdecimal::fromVariant(QVariant(QByteArray("1")), &ok);
@@ -486,8 +403,7 @@ TEST(xdecimal, DoublesAndVariants)
 
     const xdecimal x("-3.75");
     const QVariant v = x.toVariant();
-    EXPECT_EQ(v.userType(), xdecimal::metatypeId());
-    EXPECT_EQ(QMetaType::typeName(xdecimal::metatypeId()), QByteArray("xdecimal"));
+    EXPECT_EQ(QMetaType::typeName(v.userType()), QByteArray("xdecimal"));
     EXPECT_TRUE(xdecimal::fromVariant(v).isEqual(x));
     EXPECT_TRUE(xdecimal::canConvert(v));
     EXPECT_FALSE(xdecimal::canConvert(QVariant(1.5)));
@@ -530,10 +446,6 @@ TEST(xdecimal, StreamsSixteenRawBytes)
     EXPECT_TRUE(throwsBadOperand([&] { y.compare(x); }));
     EXPECT_TRUE(throwsBadOperand([&] { (void)(y * x); }));
 }
-
-} // namespace
-
-namespace {
 
 // Any text parses or throws a QString; any 16 bytes with a fitting type word
 // work or throw "xdecimal:bad operand". The sanitizer build checks the rest.
