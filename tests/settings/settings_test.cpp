@@ -17,9 +17,7 @@ void deliver(const QString &fileName, const QByteArray &json)
 
 } // namespace
 
-class SettingsTest : public SettingsTestBase
-{
-};
+using SettingsTest = SettingsTestBase;
 
 TEST_F(SettingsTest, PortableLocationsLieBelowTheApplicationDirectory)
 {
