@@ -59,18 +59,6 @@ VolatOutputParams sentinelOutput()
     return out;
 }
 
-void expectMatches(const VolatOutputParams &out, const Greeks &g, double priceScale)
-{
-    EXPECT_NEAR(out.theorPriceCall, g.call, kCdfError * priceScale);
-    EXPECT_NEAR(out.theorPricePut, g.put, kCdfError * priceScale);
-    EXPECT_NEAR(out.deltaCall, g.deltaCall, kCdfError);
-    EXPECT_NEAR(out.deltaPut, g.deltaPut, kCdfError);
-    // The density is exact, so the other Greeks agree to rounding.
-    EXPECT_NEAR(out.gamma, g.gamma, 1e-12 * std::fabs(g.gamma) + 1e-300);
-    EXPECT_NEAR(out.vega, g.vega, 1e-12 * std::fabs(g.vega));
-    EXPECT_NEAR(out.theta, g.theta, 1e-12 * std::fabs(g.theta));
-}
-
 } // namespace
 
 TEST(NormalDistribution, AgreesWithTheTrueIntegralWithinThePolynomialError)
@@ -80,118 +68,110 @@ TEST(NormalDistribution, AgreesWithTheTrueIntegralWithinThePolynomialError)
         EXPECT_NEAR(norm_pdf(x), truePdf(x), 1e-15) << x;
     }
     // 0 takes the branch that returns the polynomial itself, not 1 - p.
-    EXPECT_NEAR(norm_cdf(0.0), 0.5, kCdfError);
     EXPECT_NE(norm_cdf(0.0), 0.5);
     // The cut-offs are strict: 10 itself still goes through the polynomial.
     EXPECT_GT(norm_cdf(-10.0), 0.0);
     EXPECT_EQ(norm_cdf(-10.0000001), 0.0);
 }
 
-TEST(PricingModels, LognormalPricesAndGreeksFollowBlack76)
+TEST(PricingModels, PricesAndGreeksFollowTheReferenceFormulas)
 {
-    for (double K : {60.0, 95.0, 100.0, 107.5, 180.0})
-        for (double sqrtT : {0.1, 0.5, 1.3})
-            for (double sigma : {0.05, 0.3, 0.9}) {
-                SCOPED_TRACE(testing::Message() << K << ' ' << sqrtT << ' ' << sigma);
-                const VolatInputParams in = input(100.0, K, sqrtT, 0);
-                VolatOutputParams out = sentinelOutput();
-                calcVolatParamsNorm(out, in, sigma);
-                const Greeks g = black76(100.0, K, sqrtT, sigma);
-                expectMatches(out, g, 100.0 + K);
-                EXPECT_TRUE(std::signbit(out.theta)); // -0.0 where the density underflows
+    const struct
+    {
+        int model;
+        Greeks (*reference)(double, double, double, double);
+        std::vector<double> strikes, sqrtTs, sigmas;
+        bool negativeTheta;
+    } models[] = {
+        {0, black76, {60.0, 95.0, 100.0, 107.5, 180.0}, {0.1, 0.5, 1.3}, {0.05, 0.3, 0.9}, true},
+        {1, bachelier, {-20.0, 80.0, 100.0, 103.0, 150.0}, {0.2, 1.0}, {1.0, 15.0, 60.0}, false},
+    };
+    for (const auto &m : models)
+        for (double K : m.strikes)
+            for (double sqrtT : m.sqrtTs)
+                for (double sigma : m.sigmas) {
+                    SCOPED_TRACE(testing::Message() << m.model << ' ' << K << ' ' << sqrtT << ' ' << sigma);
+                    const VolatInputParams in = input(100.0, K, sqrtT, m.model);
+                    VolatOutputParams out = sentinelOutput();
+                    calcVolatParamsNorm(out, in, sigma);
+                    const Greeks g = m.reference(100.0, K, sqrtT, sigma);
+                    const double priceError =
+                            kCdfError * (m.model == 0 ? 100.0 + K : std::fabs(100.0 - K) + sigma);
+                    EXPECT_NEAR(out.theorPriceCall, g.call, priceError);
+                    EXPECT_NEAR(out.theorPricePut, g.put, priceError);
+                    EXPECT_NEAR(out.deltaCall, g.deltaCall, kCdfError);
+                    EXPECT_NEAR(out.deltaPut, g.deltaPut, kCdfError);
+                    // The density is exact, so the other Greeks agree to rounding.
+                    EXPECT_NEAR(out.gamma, g.gamma, 1e-12 * std::fabs(g.gamma) + 1e-300);
+                    EXPECT_NEAR(out.vega, g.vega, 1e-12 * std::fabs(g.vega));
+                    EXPECT_NEAR(out.theta, g.theta, 1e-12 * std::fabs(g.theta));
+                    // Lognormal theta is -0.0 where the density underflows.
+                    EXPECT_EQ(std::signbit(out.theta), m.negativeTheta);
 
-                const std::pair<double, double> prices = theorPriceCallPut(in, sigma);
-                EXPECT_NEAR(prices.first, g.call, kCdfError * (100.0 + K));
-                EXPECT_NEAR(prices.second, g.put, kCdfError * (100.0 + K));
-            }
-}
-
-TEST(PricingModels, NormalPricesAndGreeksFollowBachelier)
-{
-    for (double K : {-20.0, 80.0, 100.0, 103.0, 150.0})
-        for (double sqrtT : {0.2, 1.0})
-            for (double sigma : {1.0, 15.0, 60.0}) {
-                SCOPED_TRACE(testing::Message() << K << ' ' << sqrtT << ' ' << sigma);
-                const VolatInputParams in = input(100.0, K, sqrtT, 1);
-                VolatOutputParams out = sentinelOutput();
-                calcVolatParamsNorm(out, in, sigma);
-                const Greeks g = bachelier(100.0, K, sqrtT, sigma);
-                expectMatches(out, g, std::fabs(100.0 - K) + sigma * sqrtT);
-                EXPECT_FALSE(std::signbit(out.theta)); // positive here, unlike the lognormal model
-
-                const std::pair<double, double> prices = theorPriceCallPut(in, sigma);
-                EXPECT_NEAR(prices.first, g.call, kCdfError * (std::fabs(100.0 - K) + sigma));
-                EXPECT_NEAR(prices.second, g.put, kCdfError * (std::fabs(100.0 - K) + sigma));
-            }
+                    const std::pair<double, double> prices = theorPriceCallPut(in, sigma);
+                    EXPECT_NEAR(prices.first, g.call, priceError);
+                    EXPECT_NEAR(prices.second, g.put, priceError);
+                }
 }
 
 TEST(PricingModels, NormLayerLeavesOutputUntouchedOnInputsItRejects)
 {
-    const std::vector<VolatInputParams> rejected = {
-        input(100.0, 0.0, 1.0, 0), input(-1.0, 100.0, 1.0, 0), input(NAN, 100.0, 1.0, 0),
-        input(100.0, 100.0, 0.0, 0), input(100.0, 100.0, NAN, 1), input(100.0, 100.0, 1.0, 2)};
-    for (const VolatInputParams &in : rejected) {
+    const std::vector<std::pair<VolatInputParams, double>> rejected = {
+        {input(100.0, 0.0, 1.0, 0), 0.2},   {input(-1.0, 100.0, 1.0, 0), 0.2},
+        {input(NAN, 100.0, 1.0, 0), 0.2},   {input(100.0, 100.0, 0.0, 0), 0.2},
+        {input(100.0, 100.0, NAN, 1), 0.2}, {input(100.0, 100.0, 1.0, 2), 0.2},
+        {input(100.0, 100.0, 1.0, 1), 0.0}};
+    for (const auto &r : rejected) {
         VolatOutputParams out = sentinelOutput();
-        calcVolatParamsNorm(out, in, 0.2);
+        calcVolatParamsNorm(out, r.first, r.second);
         EXPECT_EQ(out.theorPriceCall, kSentinel);
         EXPECT_EQ(out.gamma, kSentinel);
+        EXPECT_EQ(out.vega, kSentinel);
     }
-    VolatOutputParams out = sentinelOutput();
-    calcVolatParamsNorm(out, input(100.0, 100.0, 1.0, 1), 0.0);
-    EXPECT_EQ(out.vega, kSentinel);
 }
 
 TEST(PricingUnits, PublicLayerScalesVolatilityVegaAndTheta)
 {
-    VolatOutputParams norm = sentinelOutput(), pub = sentinelOutput();
-    const VolatInputParams logIn = input(100.0, 110.0, 0.5, 0);
-    calcVolatParamsNorm(norm, logIn, 0.25);
-    calcVolatParams(pub, logIn, 25.0); // percent
-    EXPECT_DOUBLE_EQ(pub.theorPriceCall, norm.theorPriceCall);
-    EXPECT_DOUBLE_EQ(pub.deltaCall, norm.deltaCall);
-    EXPECT_DOUBLE_EQ(pub.vega, norm.vega / 100.0); // per volatility percent
-    EXPECT_DOUBLE_EQ(pub.theta, norm.theta / 365.0); // per day
-    EXPECT_LT(pub.theta, 0.0);
-
-    norm = sentinelOutput();
-    pub = sentinelOutput();
-    const VolatInputParams normalIn = input(100.0, 110.0, 0.5, 1);
-    calcVolatParamsNorm(norm, normalIn, 25.0);
-    calcVolatParams(pub, normalIn, 25.0); // price units, not divided
-    EXPECT_DOUBLE_EQ(pub.theorPricePut, norm.theorPricePut);
-    EXPECT_DOUBLE_EQ(pub.vega, norm.vega);
-    EXPECT_DOUBLE_EQ(pub.theta, norm.theta / 365.0);
-    EXPECT_GT(pub.theta, 0.0);
+    // Lognormal takes percent and reports vega per percent; normal stays in
+    // price units. Theta is per day in both.
+    for (const auto &m : {std::make_pair(0, 100.0), std::make_pair(1, 1.0)}) {
+        VolatOutputParams norm = sentinelOutput(), pub = sentinelOutput();
+        const VolatInputParams in = input(100.0, 110.0, 0.5, m.first);
+        calcVolatParamsNorm(norm, in, 25.0 / m.second);
+        calcVolatParams(pub, in, 25.0);
+        EXPECT_DOUBLE_EQ(pub.theorPriceCall, norm.theorPriceCall);
+        EXPECT_DOUBLE_EQ(pub.theorPricePut, norm.theorPricePut);
+        EXPECT_DOUBLE_EQ(pub.deltaCall, norm.deltaCall);
+        EXPECT_DOUBLE_EQ(pub.vega, norm.vega / m.second);
+        EXPECT_DOUBLE_EQ(pub.theta, norm.theta / 365.0);
+        EXPECT_EQ(pub.theta < 0.0, m.first == 0);
+    }
 }
 
 TEST(PricingUnits, IntrinsicCasesWriteOnlyPricesAndOneDelta)
 {
-    VolatOutputParams out = sentinelOutput();
-    calcVolatParams(out, input(100.0, 100.0, 1.0, 0), 0.0);
-    EXPECT_EQ(out.theorPriceCall, 0.0);
-    EXPECT_EQ(out.theorPricePut, 0.0);
-    EXPECT_EQ(out.deltaCall, 0.5);
-    EXPECT_EQ(out.deltaPut, -0.5);
-    EXPECT_EQ(out.gamma, kSentinel);
-
-    out = sentinelOutput();
-    calcVolatParams(out, input(120.0, 100.0, 1.0, 1), 0.0);
-    EXPECT_EQ(out.theorPriceCall, 20.0);
-    EXPECT_EQ(out.deltaCall, 1.0);
-    EXPECT_EQ(out.theorPricePut, 0.0);
-    EXPECT_EQ(out.deltaPut, kSentinel);
-
-    // A bad lognormal price goes intrinsic even with a volatility.
-    out = sentinelOutput();
-    calcVolatParams(out, input(-5.0, 10.0, 1.0, 0), 30.0);
-    EXPECT_EQ(out.theorPricePut, 15.0);
-    EXPECT_EQ(out.deltaPut, -1.0);
-    EXPECT_EQ(out.deltaCall, kSentinel);
-
-    // No time: nothing at all is written.
-    out = sentinelOutput();
-    calcVolatParams(out, input(120.0, 100.0, 0.0, 0), 30.0);
-    EXPECT_EQ(out.theorPriceCall, kSentinel);
+    const double S = kSentinel;
+    const struct
+    {
+        VolatInputParams in;
+        double volat, call, put, deltaCall, deltaPut;
+    } cases[] = {
+        {input(100.0, 100.0, 1.0, 0), 0.0, 0.0, 0.0, 0.5, -0.5},
+        {input(120.0, 100.0, 1.0, 1), 0.0, 20.0, 0.0, 1.0, S},
+        // A bad lognormal price goes intrinsic even with a volatility.
+        {input(-5.0, 10.0, 1.0, 0), 30.0, 0.0, 15.0, S, -1.0},
+        // No time: nothing at all is written.
+        {input(120.0, 100.0, 0.0, 0), 30.0, S, S, S, S},
+    };
+    for (const auto &c : cases) {
+        VolatOutputParams out = sentinelOutput();
+        calcVolatParams(out, c.in, c.volat);
+        EXPECT_EQ(out.theorPriceCall, c.call);
+        EXPECT_EQ(out.theorPricePut, c.put);
+        EXPECT_EQ(out.deltaCall, c.deltaCall);
+        EXPECT_EQ(out.deltaPut, c.deltaPut);
+        EXPECT_EQ(out.gamma, S);
+    }
 }
 
 TEST(VolatilityCurve, ShapeBoundsAndDegenerateInputs)
@@ -206,10 +186,10 @@ TEST(VolatilityCurve, ShapeBoundsAndDegenerateInputs)
     in.curveScale = 100.0;
     in.minVolat = 1.0;
     in.maxVolat = 200.0;
-    const double x = std::log(1.2) / 0.5 - 0.01 / 0.5;
-    const double expected = ((1.0 - std::exp(-x * 2.0 * x)) * 0.1 + 0.2) * 100.0
-            + std::atan(3.0 * x) * 0.05 / 3.0;
-    EXPECT_NEAR(volatByCurve(in), expected, 1e-12);
+    const auto curve = [](double x) {
+        return ((1.0 - std::exp(-x * 2.0 * x)) * 0.1 + 0.2) * 100.0 + std::atan(3.0 * x) * 0.05 / 3.0;
+    };
+    EXPECT_NEAR(volatByCurve(in), curve(std::log(1.2) / 0.5 - 0.01 / 0.5), 1e-12);
 
     in.maxVolat = 10.0;
     EXPECT_EQ(volatByCurve(in), 10.0);
@@ -218,11 +198,7 @@ TEST(VolatilityCurve, ShapeBoundsAndDegenerateInputs)
 
     in.model = 1; // normal: moneyness over scale, no upper bound
     in.minVolat = 0.0;
-    const double xn = (120.0 - 100.0) / (0.5 * 100.0) - 0.01 / 0.5;
-    EXPECT_NEAR(volatByCurve(in),
-                ((1.0 - std::exp(-xn * 2.0 * xn)) * 0.1 + 0.2) * 100.0
-                        + std::atan(3.0 * xn) * 0.05 / 3.0,
-                1e-12);
+    EXPECT_NEAR(volatByCurve(in), curve((120.0 - 100.0) / (0.5 * 100.0) - 0.01 / 0.5), 1e-12);
 
     in.model = 0;
     in.strike = 0.0;
@@ -253,9 +229,7 @@ TEST(VolatilityCurve, ShapeBoundsAndDegenerateInputs)
 TEST(RoundedPrice, RoundsTheChosenLegAndNeverGoesBelowOneStep)
 {
     VolatInputParamsEx in;
-    in.underlying = 100.0;
-    in.strike = 90.0;
-    in.sqrtTime = 0.5;
+    static_cast<VolatInputParams &>(in) = input(100.0, 90.0, 0.5, 0);
     in.curveA = 0.3;
     in.curveScale = 100.0;
     in.curveE = 1.0;
@@ -266,20 +240,17 @@ TEST(RoundedPrice, RoundsTheChosenLegAndNeverGoesBelowOneStep)
     EXPECT_NEAR(out.volat, 30.0, 1e-12);
     EXPECT_EQ(out.theorPriceRounded, std::round(out.theorPriceCall / 0.25) * 0.25);
 
-    // A deep out-of-the-money put is worth less than a step: one step it is.
+    // A put worth less than a step (deep out of the money, then at zero
+    // volatility) is still rounded up to one step.
     in.isPut = true;
     in.strike = 1.0;
-    in.curveA = 0.01;
-    calcVolatParamsEx(out, in);
-    EXPECT_LT(out.theorPricePut, 0.25);
-    EXPECT_EQ(out.theorPriceRounded, 0.25);
-
-    // Zero volatility: the put is worth 0.0, still rounded up to a step.
-    in.curveA = 0.0;
-    in.curveE = 1.0;
-    calcVolatParamsEx(out, in);
+    for (double level : {0.01, 0.0}) {
+        in.curveA = level;
+        calcVolatParamsEx(out, in);
+        EXPECT_LT(out.theorPricePut, 0.25);
+        EXPECT_EQ(out.theorPriceRounded, 0.25);
+    }
     EXPECT_EQ(out.theorPricePut, 0.0);
-    EXPECT_EQ(out.theorPriceRounded, 0.25);
 
     // A zero step cannot round: the price stays as it is.
     in.isPut = false;
@@ -315,18 +286,15 @@ TEST(ImpliedVolatility, BisectionTakesOverAndFailureIsMinusOne)
     // A price above every call price: Newton leaves the bounds, and bisection
     // ends at the upper bound once the interval is narrow enough...
     EXPECT_NEAR(volatByTheorPrice(in, false, 150.0, 20.0, 1.0, 300.0, 1e-9, 1e-9), 300.0, 1e-6);
-    // A negative price drives bisection towards 0, halving 100 times without
-    // reaching a tolerance that small: failure.
+    // ...while a negative price drives it towards 0, halving 100 times without
+    // reaching a tolerance that small: failure. So do crossed bounds.
     EXPECT_EQ(volatByTheorPrice(in, false, -1.0, 20.0, 0.0, 300.0, 1e-9, 1e-38), -1.0);
     EXPECT_EQ(volatByTheorPrice(in, false, price, 20.0, 50.0, 10.0, 1e-9, 1e-9), -1.0);
     // The default start of 50 (percent, or price units) is itself a solution.
-    EXPECT_EQ(volatByTheorPrice(in, false, theorPriceCallPut(in, 0.5).first, 0.0, 1.0, 99.0,
-                                1e-12, 1e-9),
-              50.0);
-    const VolatInputParams normal = input(100.0, 100.0, 1.0, 1);
-    EXPECT_EQ(volatByTheorPrice(normal, true, theorPriceCallPut(normal, 50.0).second, 0.0, 1.0,
-                                99.0, 1e-12, 1e-9),
-              50.0);
+    for (const VolatInputParams &p : {in, input(100.0, 100.0, 1.0, 1)}) {
+        const double price50 = theorPriceCallPut(p, p.model == 0 ? 0.5 : 50.0).second;
+        EXPECT_EQ(volatByTheorPrice(p, true, price50, 0.0, 1.0, 99.0, 1e-12, 1e-9), 50.0) << p.model;
+    }
 }
 
 TEST(PricingRobustness, AnyDoublesGiveValuesAndNeverHang)
@@ -337,20 +305,10 @@ TEST(PricingRobustness, AnyDoublesGiveValuesAndNeverHang)
         for (double b : values)
             for (int model : {0, 1, 5}) {
                 VolatInputParamsEx in;
-                in.underlying = a;
-                in.strike = b;
-                in.sqrtTime = a;
-                in.curveA = b;
-                in.curveB = a;
+                in.underlying = in.sqrtTime = in.curveB = in.curveE = in.curveScale = in.maxVolat = a;
+                in.strike = in.curveA = in.curveD = in.curveShift = in.minVolat = in.priceStep = b;
                 in.curveC = 1.0;
-                in.curveD = b;
-                in.curveE = a;
-                in.curveShift = b;
-                in.curveScale = a;
-                in.minVolat = b;
-                in.maxVolat = a;
                 in.model = model;
-                in.priceStep = b;
                 VolatOutputParamsEx out;
                 calcVolatParamsEx(out, in);
                 const double curve = volatByCurve(in);

@@ -17,19 +17,14 @@ protected:
     QString contents(const QString &name) const
     {
         QFile file(path(name));
-        if (!file.open(QIODevice::ReadOnly))
-            return QStringLiteral("<missing>");
-        return QString::fromUtf8(file.readAll());
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QStringLiteral("<missing>");
     }
 
     // One start of the program: open the log, write one line, close it.
-    void start(const QString &name, int n)
-    {
-        LogFile log(path(name));
-        log << "start " << n << '\n';
-    }
+    void start(const QString &name, int n) { LogFile(path(name)) << "start " << n << '\n'; }
 
-    QStringList files() const { return QDir(m_dir.path()).entryList(QDir::Files, QDir::Name); }
+    static QString line(int n) { return QStringLiteral("start %1\n").arg(n); }
+    static QString rotated(const char *stem, int i) { return QStringLiteral("%1.%2.log").arg(QLatin1String(stem)).arg(i); }
 
     QTemporaryDir m_dir;
 };
@@ -46,65 +41,52 @@ public:
 TEST_F(LogFileTest, SevenStartsKeepTheCurrentLogAndFiveOlderOnes)
 {
     ASSERT_TRUE(m_dir.isValid());
-    start(QStringLiteral("app.log"), 1);
-    EXPECT_EQ(files(), QStringList{QStringLiteral("app.log")});
-    EXPECT_EQ(contents(QStringLiteral("app.log")), QStringLiteral("start 1\n"));
-
-    start(QStringLiteral("app.log"), 2);
-    EXPECT_EQ(contents(QStringLiteral("app.log")), QStringLiteral("start 2\n"));
-    EXPECT_EQ(contents(QStringLiteral("app.1.log")), QStringLiteral("start 1\n"));
-
-    for (int n = 3; n <= 7; ++n)
-        start(QStringLiteral("app.log"), n);
-    EXPECT_EQ(files().size(), 6);
-    EXPECT_EQ(contents(QStringLiteral("app.log")), QStringLiteral("start 7\n"));
-    for (int i = 1; i <= 5; ++i)
-        EXPECT_EQ(contents(QStringLiteral("app.%1.log").arg(i)), QStringLiteral("start %1\n").arg(7 - i));
-    EXPECT_FALSE(QFile::exists(path(QStringLiteral("app.6.log"))));
+    for (int n = 1; n <= 7; ++n) {
+        start("app.log", n);
+        EXPECT_EQ(contents("app.log"), line(n));
+        for (int i = 1; i <= 5; ++i)
+            EXPECT_EQ(contents(rotated("app", i)), i < n ? line(n - i) : QStringLiteral("<missing>")) << n;
+    }
+    EXPECT_EQ(QDir(m_dir.path()).entryList(QDir::Files).size(), 6);
 }
 
 TEST_F(LogFileTest, GapsAreSkippedAndBlockedNamesKeepTheirFiles)
 {
     for (int n = 1; n <= 4; ++n)
-        start(QStringLiteral("app.log"), n);
-    ASSERT_TRUE(QFile::remove(path(QStringLiteral("app.2.log"))));
-    start(QStringLiteral("app.log"), 5);
-    EXPECT_EQ(contents(QStringLiteral("app.1.log")), QStringLiteral("start 4\n"));
-    EXPECT_EQ(contents(QStringLiteral("app.2.log")), QStringLiteral("start 3\n"));
-    EXPECT_EQ(contents(QStringLiteral("app.3.log")), QStringLiteral("<missing>"));
-    EXPECT_EQ(contents(QStringLiteral("app.4.log")), QStringLiteral("start 1\n"));
+        start("app.log", n);
+    ASSERT_TRUE(QFile::remove(path(rotated("app", 2))));
+    start("app.log", 5);
+    EXPECT_EQ(contents(rotated("app", 1)), line(4));
+    EXPECT_EQ(contents(rotated("app", 2)), line(3));
+    EXPECT_EQ(contents(rotated("app", 3)), QStringLiteral("<missing>"));
+    EXPECT_EQ(contents(rotated("app", 4)), line(1));
 
     // A directory where the oldest file should go cannot be removed or
     // replaced: every rename fails and the current log is appended to.
     ASSERT_TRUE(QDir(m_dir.path()).mkpath(QStringLiteral("other.5.log/x")));
-    start(QStringLiteral("other.log"), 1);
+    start("other.log", 1);
     for (int i = 1; i <= 4; ++i)
-        ASSERT_TRUE(QFile::copy(path(QStringLiteral("other.log")), path(QStringLiteral("other.%1.log").arg(i))));
-    start(QStringLiteral("other.log"), 2);
-    EXPECT_EQ(contents(QStringLiteral("other.log")), QStringLiteral("start 1\nstart 2\n"));
-    EXPECT_EQ(contents(QStringLiteral("other.1.log")), QStringLiteral("start 1\n"));
+        ASSERT_TRUE(QFile::copy(path("other.log"), path(rotated("other", i))));
+    start("other.log", 2);
+    EXPECT_EQ(contents("other.log"), line(1) + line(2));
+    EXPECT_EQ(contents(rotated("other", 1)), line(1));
 }
 
-TEST_F(LogFileTest, RotatedNamesAndTimestampFormat)
+TEST_F(LogFileTest, RotatedNamesTimestampAndUnopenableLog)
 {
-    EXPECT_EQ(NamingLog::rotateName(QFileInfo(QStringLiteral("logs/app.log")), 1),
-              QStringLiteral("logs/app.1.log"));
-    EXPECT_EQ(NamingLog::rotateName(QFileInfo(QStringLiteral("logs/app.tar.gz")), 3),
-              QStringLiteral("logs/app.tar.3.gz"));
-    EXPECT_EQ(NamingLog::rotateName(QFileInfo(QStringLiteral("logs/app")), 2),
-              QStringLiteral("logs/app.2."));
+    EXPECT_EQ(NamingLog::rotateName(QFileInfo("logs/app.log"), 1), QStringLiteral("logs/app.1.log"));
+    EXPECT_EQ(NamingLog::rotateName(QFileInfo("logs/app.tar.gz"), 3), QStringLiteral("logs/app.tar.3.gz"));
+    EXPECT_EQ(NamingLog::rotateName(QFileInfo("logs/app"), 2), QStringLiteral("logs/app.2."));
+    start("app", 1);
+    start("app", 2);
+    EXPECT_EQ(contents("app.1."), line(1));
 
-    start(QStringLiteral("app"), 1);
-    start(QStringLiteral("app"), 2);
-    EXPECT_EQ(contents(QStringLiteral("app.1.")), QStringLiteral("start 1\n"));
-
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$"))
-                        .match(LogFile::timestamp())
-                        .hasMatch())
-            << LogFile::timestamp().toStdString();
+    const QString stamp = LogFile::timestamp();
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d$")).match(stamp).hasMatch())
+            << stamp.toStdString();
 
     // A log that cannot be opened swallows writes without complaint.
-    LogFile nowhere(path(QStringLiteral("no/such/dir/app.log")));
+    LogFile nowhere(path("no/such/dir/app.log"));
     nowhere << "lost" << Qt::endl;
-    EXPECT_FALSE(QFile::exists(path(QStringLiteral("no/such/dir/app.log"))));
+    EXPECT_FALSE(QFile::exists(path("no/such/dir/app.log")));
 }

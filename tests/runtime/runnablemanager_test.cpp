@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -24,7 +25,7 @@ struct Counters
 class PollingTask : public Runnable
 {
 public:
-    PollingTask(Counters *counters, int spins) : m_counters(counters), m_spins(spins) { }
+    PollingTask(Counters *counters, int spins = 1000000) : m_counters(counters), m_spins(spins) { }
     ~PollingTask() override { ++m_counters->destroyed; }
 
     void run() override
@@ -41,48 +42,33 @@ private:
     int m_spins;
 };
 
-// Ignores canRun() and waits for the test to let it go.
+// Ignores canRun() and waits for the test to let it go; the test owns it.
 class StubbornTask : public Runnable
 {
 public:
-    explicit StubbornTask(QSemaphore *release) : m_release(release) { }
+    StubbornTask() { setAutoDelete(false); }
     void run() override
     {
-        m_started.release();
-        m_release->acquire();
+        started.release();
+        release.acquire();
         finished = true;
     }
 
-    QSemaphore m_started;
+    QSemaphore started, release;
     std::atomic<bool> finished{false};
-
-private:
-    QSemaphore *m_release;
 };
 
-// Delivers queued finished() signals until `count` arrived or five seconds passed.
-bool waitForSignals(const std::atomic<int> &received, int count)
+// Delivers queued signals until `done` holds or five seconds passed.
+bool waitUntil(const std::function<bool()> &done)
 {
     QElapsedTimer timer;
     timer.start();
-    while (received.load() < count && timer.elapsed() < 5000)
+    while (!done() && timer.elapsed() < 5000)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    return received.load() == count;
+    return done();
 }
 
 } // namespace
-
-TEST(RunnableManager, IdleManagerAnswersAtOnce)
-{
-    RunnableManager manager;
-    EXPECT_FALSE(manager.isRunning());
-    int unknown = 0;
-    EXPECT_FALSE(manager.isRunning(&unknown));
-    manager.stopRunnable(&unknown, false);
-    manager.stopRunnable(&unknown, true); // must not wait for anything
-    manager.stopRunnables(true);
-    EXPECT_FALSE(manager.isRunning());
-}
 
 TEST(RunnableManager, ManyTasksFromTwoThreadsEachRunAndReportOnce)
 {
@@ -93,6 +79,11 @@ TEST(RunnableManager, ManyTasksFromTwoThreadsEachRunAndReportOnce)
     const int perThread = 300;
     {
         RunnableManager manager;
+        // An idle manager answers at once, even for unknown handles.
+        int unknown = 0;
+        EXPECT_FALSE(manager.isRunning(&unknown));
+        manager.stopRunnable(&unknown, true);
+        manager.stopRunnables(true);
         QObject::connect(&manager, &RunnableManager::finished, [&](HRunnable h) {
             EXPECT_NE(h, nullptr);
             ++signalled;
@@ -105,8 +96,8 @@ TEST(RunnableManager, ManyTasksFromTwoThreadsEachRunAndReportOnce)
         a.join();
         b.join();
         manager.stopRunnables(true);
-        EXPECT_TRUE(waitForSignals(signalled, 2 * perThread));
         EXPECT_FALSE(manager.isRunning());
+        EXPECT_TRUE(waitUntil([&] { return signalled == 2 * perThread; }));
     }
     pool.waitForDone();
     QCoreApplication::processEvents(); // a second report would arrive now
@@ -123,12 +114,11 @@ TEST(RunnableManager, StopOneWithAndWithoutWaiting)
     std::atomic<int> signalled{0};
     QObject::connect(&manager, &RunnableManager::finished, [&](HRunnable) { ++signalled; });
 
-    PollingTask *kept = new PollingTask(&counters, 1000000);
+    PollingTask *kept = new PollingTask(&counters);
     kept->setAutoDelete(false); // stays ours after its end
     const HRunnable first = manager.startRunnable(kept, &pool, 0);
-    const HRunnable second = manager.startRunnable(new PollingTask(&counters, 1000000), &pool, 0);
+    const HRunnable second = manager.startRunnable(new PollingTask(&counters), &pool, 0);
     EXPECT_TRUE(manager.isRunning(first));
-    EXPECT_TRUE(manager.isRunning(second));
 
     manager.stopRunnable(first, true);
     EXPECT_FALSE(manager.isRunning(first));
@@ -136,13 +126,9 @@ TEST(RunnableManager, StopOneWithAndWithoutWaiting)
     EXPECT_TRUE(manager.isRunning(second));
 
     manager.stopRunnable(second, false);
-    QElapsedTimer timer;
-    timer.start();
-    while (manager.isRunning() && timer.elapsed() < 5000)
-        QThread::msleep(1);
-    EXPECT_FALSE(manager.isRunning());
+    EXPECT_TRUE(waitUntil([&] { return !manager.isRunning(); }));
     // Stopped tasks report their end too.
-    EXPECT_TRUE(waitForSignals(signalled, 2));
+    EXPECT_TRUE(waitUntil([&] { return signalled == 2; }));
     pool.waitForDone();
     QCoreApplication::processEvents();
     EXPECT_EQ(signalled, 2);
@@ -156,52 +142,41 @@ TEST(RunnableManager, TasksStoppedWhileQueuedStillRunAndSeeTheStop)
     QThreadPool pool;
     pool.setMaxThreadCount(1);
     Counters counters;
-    QSemaphore release;
+    StubbornTask blocker;
     RunnableManager manager;
-    StubbornTask *blocker = new StubbornTask(&release);
-    blocker->setAutoDelete(false);
-    manager.startRunnable(blocker, &pool, 0);
-    blocker->m_started.acquire(); // the only pool thread is now busy
+    manager.startRunnable(&blocker, &pool, 0);
+    blocker.started.acquire(); // the only pool thread is now busy
     for (int i = 0; i < 20; ++i)
-        manager.startRunnable(new PollingTask(&counters, 1000000), &pool, 0);
+        manager.startRunnable(new PollingTask(&counters), &pool, 0);
 
     manager.stopRunnables(false);
-    release.release();
+    blocker.release.release();
     manager.stopRunnables(true);
     EXPECT_FALSE(manager.isRunning());
     EXPECT_EQ(counters.runs, 20);
     EXPECT_EQ(counters.ranWhileAllowed, 0);
     pool.waitForDone();
-    delete blocker;
 }
 
-TEST(RunnableManager, WaitingBlocksUntilATaskThatIgnoresTheStopReturns)
+TEST(RunnableManager, DestructionWaitsForATaskThatIgnoresTheStop)
 {
     QThreadPool pool;
-    QSemaphore release;
-    StubbornTask *task = new StubbornTask(&release);
-    task->setAutoDelete(false);
+    StubbornTask task;
     std::atomic<bool> destroyed{false};
-    std::thread stopper;
-    {
-        RunnableManager *manager = new RunnableManager;
-        manager->startRunnable(task, &pool, 0);
-        task->m_started.acquire();
-        // The destructor stops and waits; run it where the test can watch.
-        stopper = std::thread([&] {
-            delete manager;
-            destroyed = true;
-        });
-        QThread::msleep(50);
-        EXPECT_FALSE(destroyed);
-        EXPECT_FALSE(task->finished);
-        release.release();
-        stopper.join();
-    }
-    EXPECT_TRUE(destroyed);
-    EXPECT_TRUE(task->finished);
+    auto *manager = new RunnableManager;
+    manager->startRunnable(&task, &pool, 0);
+    task.started.acquire();
+    std::thread stopper([&] {
+        delete manager;
+        destroyed = true;
+    });
+    QThread::msleep(50);
+    EXPECT_FALSE(destroyed);
+    EXPECT_FALSE(task.finished);
+    task.release.release();
+    stopper.join();
+    EXPECT_TRUE(task.finished);
     pool.waitForDone();
-    delete task;
 }
 
 TEST(RunnableManager, DestroyedWithQueuedAndRunningTasksWaitsForAll)
@@ -212,7 +187,7 @@ TEST(RunnableManager, DestroyedWithQueuedAndRunningTasksWaitsForAll)
     for (int round = 0; round < 20; ++round) {
         RunnableManager manager;
         for (int i = 0; i < 10; ++i)
-            manager.startRunnable(new PollingTask(&counters, 1000000), &pool, 0);
+            manager.startRunnable(new PollingTask(&counters), &pool, 0);
     }
     // Every run() was over before its manager went; the pool only deletes.
     EXPECT_EQ(counters.runs, 200);

@@ -138,9 +138,7 @@ TEST(MapSettings, RestoreAddsKeysFromAnySettings)
     EXPECT_EQ(m.asSetRef().getQSettings(), &m);
 }
 
-class MapSettingsFileTest : public SettingsTestBase
-{
-};
+using MapSettingsFileTest = SettingsTestBase;
 
 TEST_F(MapSettingsFileTest, FileContentRoundTripsThroughMemoryWithoutFiles)
 {

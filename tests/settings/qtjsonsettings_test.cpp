@@ -90,16 +90,13 @@ TEST(JsonEscaping, KnownFormsAndRoundTrip)
     }
 }
 
-TEST(JsonEscaping, AppendsBehindExistingBytesAndQuotesOnlyItsOwnPart)
+TEST(JsonEscaping, AppendsOnlyItsOwnPartAndWithoutCodecUsesHexEscapes)
 {
     QByteArray bytes("abc");
     QtJsonSettings::escapedString(QStringLiteral("x,y"), bytes, utf8());
     EXPECT_EQ(bytes, QByteArray("abc\"x,y\""));
-}
 
-TEST(JsonEscaping, WithoutCodecHighCharactersBecomeHexEscapes)
-{
-    QByteArray bytes;
+    bytes.clear();
     QtJsonSettings::escapedString(QStringLiteral("\u00e9a"), bytes, nullptr);
     EXPECT_EQ(bytes, QByteArray("\\xe9\\x61"));
     QString text;
@@ -108,12 +105,12 @@ TEST(JsonEscaping, WithoutCodecHighCharactersBecomeHexEscapes)
     EXPECT_EQ(text, QStringLiteral("\u00e9a"));
 }
 
-TEST(JsonUnescaping, ScannerRules)
+TEST(JsonUnescaping, ScannerRulesAndLists)
 {
     const struct
     {
         QByteArray bytes;
-        QString text;
+        QVariant expected; // a QStringList when the bytes make a list
     } cases[] = {
         {"  x y \t", QStringLiteral("x y")},          // outer blanks trimmed
         {"\" x \"", QStringLiteral(" x ")},           // kept inside quotes
@@ -121,24 +118,16 @@ TEST(JsonUnescaping, ScannerRules)
         {"a\\\r\nb\\\nc", QStringLiteral("abc")},     // line continuations
         {"a\\qb\\", QStringLiteral("ab")},            // unknown escape, trailing backslash
         {"\\?\\'\\a", QStringLiteral("?'\a")},
+        // Unquoted commas make lists.
+        {"a, b ,c", QStringList{"a", "b", "c"}},
+        {"\"a, b\", \" c\"", QStringList{"a, b", " c"}},
     };
     for (const auto &c : cases) {
         const Unescaped r = unescaped(c.bytes);
-        EXPECT_FALSE(r.isList) << c.bytes.constData();
-        EXPECT_EQ(r.text, c.text) << c.bytes.constData();
+        EXPECT_EQ(r.isList ? QVariant(r.list) : QVariant(r.text), c.expected) << c.bytes.constData();
     }
-}
 
-TEST(JsonUnescaping, UnquotedCommasMakeLists)
-{
-    Unescaped r = unescaped("a, b ,c");
-    ASSERT_TRUE(r.isList);
-    EXPECT_EQ(r.list, (QStringList{"a", "b", "c"}));
-
-    r = unescaped("\"a, b\", \" c\"");
-    ASSERT_TRUE(r.isList);
-    EXPECT_EQ(r.list, (QStringList{"a, b", " c"}));
-
+    // Only the given range is read, and the list is replaced.
     QString text;
     QStringList list{"stale"};
     const QByteArray bytes("xx,a,b,yy");
@@ -270,7 +259,8 @@ TEST(JsonTree, InsertPathBuildsNestedObjects)
 TEST(JsonRead, HandWrittenShapes)
 {
     bool ok = false;
-    const QSettings::SettingsMap map = readBytes(R"J({
+    // A leading byte order mark is skipped.
+    const QSettings::SettingsMap map = readBytes("\xEF\xBB\xBF" R"J({
         "n": 42, "f": 1.5, "b": true, "z": null, "s": "@@x", "r": "@Rect(1 2 3 4)",
         "list": [1, "a"], "strings": ["@Rect(1 2 3 4)", "x"],
         "rows": [{"a": "1"}, {"a": "2", "sub": {"k": "v"}}],
@@ -295,14 +285,6 @@ TEST(JsonRead, HandWrittenShapes)
     EXPECT_EQ(map.value("g/h/i"), QVariant(QStringLiteral("deep")));
     EXPECT_EQ(map.value("g/m"), QVariant(QVariantMap{{"k", 1.0}}));
     EXPECT_EQ(map.value("l"), QVariant(QStringList{"a", "b"}));
-}
-
-TEST(JsonRead, ByteOrderMarkIsSkipped)
-{
-    bool ok = false;
-    const QSettings::SettingsMap map = readBytes("\xEF\xBB\xBF{\"a\": \"1\"}", &ok);
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(map.value("a"), QVariant(QStringLiteral("1")));
 }
 
 TEST(JsonRead, BrokenInputIsLoggedAndGivesNothing)
@@ -353,9 +335,7 @@ TEST(JsonWrite, PassThroughAndEncodedValues)
     EXPECT_EQ(readBytes(writeMap(map)).value("s"), QVariant(QStringLiteral("a, b")));
 }
 
-class JsonFileTest : public SettingsTestBase
-{
-};
+using JsonFileTest = SettingsTestBase;
 
 TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
 {

@@ -3,23 +3,7 @@
 
 #include <QPointer>
 
-namespace {
-
-// A delivered file in the application directory, as an installer leaves it.
-void deliver(const QString &fileName, const QByteArray &json)
-{
-    const QString dir = QCoreApplication::applicationDirPath() + QStringLiteral("/user_defaults");
-    QDir().mkpath(dir);
-    QFile file(dir + QLatin1Char('/') + fileName);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(json);
-}
-
-} // namespace
-
-class SettingsTest : public SettingsTestBase
-{
-};
+using SettingsTest = SettingsTestBase;
 
 TEST_F(SettingsTest, PortableLocationsLieBelowTheApplicationDirectory)
 {
@@ -49,7 +33,12 @@ TEST_F(SettingsTest, InstalledLocationsLieBelowTheDataLocation)
 
 TEST_F(SettingsTest, ReadOnlyPicksTheUsersFileGroupByGroup)
 {
-    deliver("settings.json", R"({"A": {"k": "app A"}, "B": {"k": "app B"}})");
+    // Without a delivered file the user's file is read.
+    const DefaultSettings missing = DefaultSettings::createReadOnly("missing");
+    EXPECT_EQ(missing.getQSettings()->fileName(), DefaultSettings::customPath().filePath());
+    EXPECT_TRUE(missing.allKeys().isEmpty());
+
+    writeFile(AppSettings::appPath().filePath(), R"({"A": {"k": "app A"}, "B": {"k": "app B"}})");
     writeFile(AppSettings::customPath().filePath(), R"({"A": {"k": "user A"}})");
     const QByteArray delivered = readFile(AppSettings::appPath().filePath());
 
@@ -72,13 +61,6 @@ TEST_F(SettingsTest, ReadOnlyPicksTheUsersFileGroupByGroup)
     }
     EXPECT_EQ(readFile(AppSettings::appPath().filePath()), delivered);
     EXPECT_EQ(AppSettings::createReadOnly("B").value("k"), QVariant(QStringLiteral("user B")));
-}
-
-TEST_F(SettingsTest, ReadOnlyWithoutDeliveredFileUsesTheUsersFile)
-{
-    const DefaultSettings d = DefaultSettings::createReadOnly("missing");
-    EXPECT_EQ(d.getQSettings()->fileName(), DefaultSettings::customPath().filePath());
-    EXPECT_TRUE(d.allKeys().isEmpty());
 }
 
 TEST_F(SettingsTest, StatusAndMessagesOfBrokenFiles)
