@@ -5,6 +5,7 @@
 #include <QMessageLogger>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -24,40 +25,35 @@ QString IndexSort::getClassName() const
     return QStringLiteral("IndexSort");
 }
 
-int IndexSort::indexOfAdd(const Record &record) const
+std::pair<int, ConstIterator> IndexSort::bound(const Record &record, bool upper) const
 {
+    // A binary search that carries its iterator along, so that no step walks
+    // the blocks from the start again.
     int lo = 0;
     int hi = count();
     ConstIterator loIt = begin();
     while (lo < hi) {
         const int mid = lo + ((hi - lo) >> 1);
         const ConstIterator midIt = loIt + (mid - lo);
-        if (compare(*midIt, record) <= 0) {
+        const int c = compare(*midIt, record);
+        if (upper ? c <= 0 : c < 0) {
             lo = mid + 1;
             loIt = midIt + 1;
         } else {
             hi = mid;
         }
     }
-    return lo;
+    return { lo, loIt };
+}
+
+int IndexSort::indexOfAdd(const Record &record) const
+{
+    return bound(record, true).first;
 }
 
 ConstIterator IndexSort::lowerBound(const Record &record) const
 {
-    int lo = 0;
-    int hi = count();
-    ConstIterator loIt = begin();
-    while (lo < hi) {
-        const int mid = lo + ((hi - lo) >> 1);
-        const ConstIterator midIt = loIt + (mid - lo);
-        if (compare(*midIt, record) < 0) {
-            lo = mid + 1;
-            loIt = midIt + 1;
-        } else {
-            hi = mid;
-        }
-    }
-    return loIt;
+    return bound(record, false).second;
 }
 
 int IndexSort::searchFirst(const Record &record, int from) const

@@ -6,6 +6,8 @@
 #include <QMap>
 #include <QVector>
 
+#include <utility>
+
 // An index whose rows stand in the order of compare(): for two neighbours a
 // before b, compare(a, b) <= 0. Equal keys are allowed and keep their order of
 // arrival; a new row goes behind the rows of its key, and sorting is stable.
@@ -90,6 +92,10 @@ private:
     void findPositions(QList<Record> records, QVector<Position> &result) const;
     // The first row that is not below `record`, as an iterator.
     PartitionList<Record>::const_iterator lowerBound(const Record &record) const;
+    // The first position whose row is above `record` (upper) or not below it,
+    // with its iterator.
+    std::pair<int, PartitionList<Record>::const_iterator> bound(const Record &record,
+                                                                bool upper) const;
     // search() without the virtual call.
     int searchFirst(const Record &record, int from) const;
     // Moves the row at `p` to where its key now belongs.
