@@ -106,11 +106,9 @@ FieldValue &FieldValue::operator=(const FieldValue &other)
         return *this;
     // Build the copy first so that a failure leaves this value intact.
     FieldValue copy(other);
-    // The old String cell's QString is not destroyed here, unlike in the
-    // destructor: its reference stays counted. This is the established
-    // behaviour of assignment and is kept.
-    delete def;
-    std::free(m_data);
+    // The old String cell's QString is destroyed as in the destructor, so that
+    // the old text's reference goes (it would otherwise pin a pooled string).
+    release();
     def = copy.def;
     m_data = copy.m_data;
     nullByte = copy.nullByte;

@@ -29,7 +29,10 @@ public:
     // cell) gives FieldValue().
     FieldValue(const Field &other);
     FieldValue(const FieldValue &other);
-    // Rebuilds as the copy constructor does.
+    // Destroys the old cell as the destructor does (a String cell's QString
+    // included), then rebuilds as the copy constructor does; self-assignment
+    // has no effect. Deliberate: releasing the old text here keeps assigning
+    // in a loop from pinning every old string, the pooled ones included.
     FieldValue &operator=(const FieldValue &other);
     virtual ~FieldValue();
 

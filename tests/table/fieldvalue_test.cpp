@@ -2,6 +2,7 @@
 
 #include "numeric/datetime.h"
 #include "numeric/decimal.h"
+#include "numeric/stringpool.h"
 #include "numeric/xdecimal.h"
 #include "runtime/exception.h"
 #include "table/fieldconstvalue.h"
@@ -75,6 +76,33 @@ TEST(FieldValue, CopiesCarryDefinitionContentAndNullState)
     FieldValue pooled(FieldType::String, 0, true);
     pooled = "global";
     EXPECT_EQ(pooled.toText(), QStringLiteral("global"));
+}
+
+TEST(FieldValue, AssignmentReleasesTheOldText)
+{
+    // Unpooled text: the value's reference must go with the assignment.
+    const QString probe = QString::fromLatin1("held by the probe and the value");
+    FieldValue value(FieldType::String, 0, true);
+    value.fromText(probe);
+    EXPECT_FALSE(probe.isDetached());
+    value = FieldValue(FieldType::Integer, 0, true);
+    EXPECT_TRUE(probe.isDetached());
+
+    // Pooled texts assigned in a loop: only the last one may stay pinned.
+    StringPool *pool = StringPool::global();
+    const auto text = [](int i) { return QStringLiteral("fieldvalue-assign-%1").arg(i); };
+    FieldValue key(FieldType::String, 0, true);
+    for (int i = 0; i < 50; ++i) {
+        FieldValue next(FieldType::String, 0, true);
+        next = text(i);
+        key = next;
+        key = key; // self-assignment changes nothing
+    }
+    pool->shrink();
+    for (int i = 0; i < 49; ++i)
+        EXPECT_EQ(pool->ref_count(text(i)), 0) << i;
+    EXPECT_EQ(pool->ref_count(text(49)), 2); // the pool and `key`
+    EXPECT_EQ(key.toText(), text(49));
 }
 
 TEST(FieldValue, FromTextDiffersBetweenItsOverloadsForStrings)
