@@ -33,6 +33,7 @@ protected:
     QList<int> m_columns;
 };
 
+#include "index/indexlimit.h"
 #include "index/masterindexordered.h"
 #include "index/masterindexproxy.h"
 #include "index/masterptrindex.h"
