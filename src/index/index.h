@@ -96,5 +96,6 @@ private:
 
 // The indexes built on Index alone.
 #include "index/indexvector.h"
+#include "index/watchindex.h"
 
 #endif // TABLEDB_INDEX_INDEX_H
