@@ -11,7 +11,8 @@
 // among equal keys is each side's own affair). Prints ms per transaction, the
 // ratios, and tabledb's allocations per updated row in the quote stream.
 //
-// Usage: peers_bench [quote transactions] [order transactions]
+// Usage: peers_bench [quote transactions] [order transactions] [tabledb]
+// With "tabledb" as the third argument only that side runs, for profiling.
 
 #include "index/indexsort.h"
 #include "index/masterindex_fast_cached.h"
@@ -35,6 +36,7 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 namespace {
@@ -693,20 +695,29 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const int quoteTransactions = argc > 1 ? std::atoi(argv[1]) : 200;
     const int orderTransactions = argc > 2 ? std::atoi(argv[2]) : 20;
+    const bool alone = argc > 3 && std::string(argv[3]) == "tabledb";
     bool ok = true;
-    {
+    if (quoteTransactions > 0) {
         const QuoteData d = makeQuotes(quoteTransactions);
         double tms = 0, qms = 0, bms = 0, allocs = 0;
         const State t = quotesTabledb(d, tms, allocs);
+        if (alone) {
+            std::printf("quote stream: tabledb %.3f ms per transaction, %.2f allocations per row\n", tms, allocs);
+            return 0;
+        }
         const State q = quotesSqlite(d, qms);
         const State b = quotesBoost(d, bms);
         ok = report("quote stream (1,000 updates per transaction)", t, q, b, tms, qms, bms) && ok;
         std::printf("  tabledb allocations per updated row: %.2f\n", allocs);
     }
-    {
+    if (orderTransactions > 0) {
         const OrderData d = makeOrders(orderTransactions);
         double tms = 0, qms = 0, bms = 0;
         const State t = ordersTabledb(d, tms);
+        if (alone) {
+            std::printf("order flow: tabledb %.3f ms per transaction\n", tms);
+            return 0;
+        }
         const State q = ordersSqlite(d, qms);
         const State b = ordersBoost(d, bms);
         ok = report("order flow (10,000 operations per transaction)", t, q, b, tms, qms, bms) && ok;
