@@ -3,7 +3,9 @@
 # apt-get update runs only when something is actually missing.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev)
+packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev
+    # benchmark-only: the comparison in bench/peers_bench.cpp
+    libsqlite3-dev libboost-dev)
 
 missing=()
 for p in "${packages[@]}"; do
