@@ -2,6 +2,7 @@
 
 #include "index/masterindex.h"
 #include "io/rowcodec_p.h"
+#include "io/tableio_p.h"
 #include "runtime/exception.h"
 #include "table/table.h"
 
@@ -35,8 +36,18 @@ QString streamName(const QDataStream &stream)
     return QStringLiteral("(stream)");
 }
 
-// Why the header cannot describe rows, or an empty text.
-QString headerDamage(const TableIO::TableHeader &h, const QDataStream &stream)
+// Deletes the convertors of one read, also when a conversion throws.
+struct ConvertorListOwner
+{
+    QList<FieldDefConvertor *> list;
+    ~ConvertorListOwner() { qDeleteAll(list); }
+};
+
+} // namespace
+
+// --- header ---
+
+QString tableHeaderDamage(const TableIO::TableHeader &h, const QDataStream &stream)
 {
     if (stream.status() != QDataStream::Ok)
         return QStringLiteral("header cut short");
@@ -66,16 +77,6 @@ QString headerDamage(const TableIO::TableHeader &h, const QDataStream &stream)
     return QString();
 }
 
-// Deletes the convertors of one read, also when a conversion throws.
-struct ConvertorListOwner
-{
-    QList<FieldDefConvertor *> list;
-    ~ConvertorListOwner() { qDeleteAll(list); }
-};
-
-} // namespace
-
-// --- header ---
 
 void TableIO::setupHeader(TableHeader &header, const Table *table)
 {
@@ -106,9 +107,14 @@ void TableIO::writeHeader(const TableHeader &header, QDataStream &stream)
 void TableIO::readHeader(TableHeader &header, QDataStream &stream)
 {
     qint32 version = 0;
-    stream >> version >> header.columnCount >> header.rowCount >> header.rowLength
-        >> header.nullBytes;
+    stream >> version;
     header.version = quint32(version);
+    readHeaderAfterVersion(header, stream);
+}
+
+void TableIO::readHeaderAfterVersion(TableHeader &header, QDataStream &stream)
+{
+    stream >> header.columnCount >> header.rowCount >> header.rowLength >> header.nullBytes;
     // Items are taken one by one while the stream lasts, never reserved by
     // a count: a damaged count costs no more than the bytes behind it.
     header.columns.clear();
@@ -241,16 +247,24 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     TableUpdater updater(table);
     table->clear();
 
-    TableHeader header;
-    readHeader(header, stream);
-    if (header.version != s_versionDb)
-        return;
-
     auto fail = [&](const QString &what) {
         m_lastError = QStringLiteral("Table file %1 is damaged: %2").arg(source, what);
         QMessageLogger().warning().noquote() << m_lastError;
     };
-    QString damage = headerDamage(header, stream);
+    // Another version is told apart from a cut one, and nothing is read
+    // behind the version word of another format.
+    TableHeader header;
+    qint32 version = 0;
+    stream >> version;
+    header.version = quint32(version);
+    if (stream.status() != QDataStream::Ok) {
+        fail(QStringLiteral("header cut short"));
+        return;
+    }
+    if (header.version != s_versionDb)
+        return;
+    readHeaderAfterVersion(header, stream);
+    QString damage = tableHeaderDamage(header, stream);
     // The layout of the file's rows.
     Table saved(QStringLiteral("saved"));
     if (damage.isEmpty()) {

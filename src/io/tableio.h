@@ -163,6 +163,7 @@ protected:
 
 private:
     static bool isClaimed(const QString &name, const Convertors &convertors);
+    static void readHeaderAfterVersion(TableHeader &header, QDataStream &stream);
     void readStream(FilterProgress &progress, QDataStream &stream, bool addColumns,
                     const Convertors &convertors, bool withRows, const QString &source);
 

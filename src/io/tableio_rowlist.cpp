@@ -1,6 +1,7 @@
 #include "io/tableio.h"
 
 #include "io/rowcodec_p.h"
+#include "io/tableio_p.h"
 #include "runtime/iapphub.h"
 #include "table/table.h"
 
@@ -95,9 +96,9 @@ void TableIO::readRowList(FilterProgress &progress, QDataStream &stream,
     // The version is not tested here; only the layout matters.
     Table *table = nullptr;
     bool created = false;
-    if (stream.status() != QDataStream::Ok || header.columns.size() != header.columnCount
-        || header.rowCount < 0 || header.nullBytes != (int(header.columnCount) + 7) / 8) {
-        warnList(name, QStringLiteral("header cut short"));
+    const QString damage = tableHeaderDamage(header, stream);
+    if (!damage.isEmpty()) {
+        warnList(name, damage);
         return;
     }
     if (createTable) {
