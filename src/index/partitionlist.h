@@ -207,6 +207,8 @@ public:
     int partitionCount() const { return m_partitions.size() - 2; }
     // Size of block `i`, 0 <= i < partitionCount().
     int partitionSize(int i) const { return m_partitions.at(i + 1)->size; }
+    // Slots allocated in block `i`, 0 <= i < partitionCount().
+    int partitionCapacity(int i) const { return m_partitions.at(i + 1)->capacity; }
 
     iterator begin()
     {

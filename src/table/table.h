@@ -86,6 +86,8 @@ public:
     static int references(const unsigned char *row);
     static void setRefValue(unsigned char *row, int value);
     static Table *tablePtr(const unsigned char *row);
+    // The first cell of a row block; the null bitmap lies rowLength() behind it.
+    static unsigned char *cellsPtr(unsigned char *row);
     static Table **tablePPtr(unsigned char *row);
 
     static bool isNullPtr(const unsigned char *bits, int column);
@@ -176,6 +178,7 @@ private:
     friend class TableUpdater;
     friend class TableLocker;
     friend class TableIndexRebuilder;
+    friend class TableIO; // shares the table's string pool while reading
 };
 
 // Opens the table's update bracket for its lifetime: dependents told, mutex

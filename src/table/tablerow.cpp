@@ -116,6 +116,11 @@ void Table::freeRow(unsigned char *row)
     qFreeAligned(row);
 }
 
+unsigned char *Table::cellsPtr(unsigned char *row)
+{
+    return row + headerSize;
+}
+
 uint64 Table::rowLength() const
 {
     return d->rowLength;

@@ -3,33 +3,13 @@
 
 #include "index/indexsort.h"
 #include "table/table.h"
+#include "support/warningcatcher.h"
 
 #include <QAtomicInt>
 #include <QStringList>
 
 #include <algorithm>
 #include <vector>
-
-// Collects the Qt warnings logged during its lifetime.
-class WarningCatcher
-{
-public:
-    WarningCatcher() : m_previous(qInstallMessageHandler(&handler)) { messages().clear(); }
-    ~WarningCatcher() { qInstallMessageHandler(m_previous); }
-    static QStringList &messages()
-    {
-        static QStringList list;
-        return list;
-    }
-
-private:
-    static void handler(QtMsgType type, const QMessageLogContext &, const QString &text)
-    {
-        if (type == QtWarningMsg)
-            messages().append(text);
-    }
-    QtMessageHandler m_previous;
-};
 
 // A table with an integer key column, and a sorted index over it that counts
 // its compares and admits only rows with a key of 0 or more that aren't hidden.

@@ -1,0 +1,50 @@
+#ifndef TABLEDB_IO_ROWCODEC_P_H
+#define TABLEDB_IO_ROWCODEC_P_H
+
+#include "table/columndef.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QVector>
+
+class QDataStream;
+class StringPool;
+
+// How the rows of one column list lie in a file and in memory, worked out
+// once: runs of fixed cells move with one stream call each, String cells
+// carry their own length.
+class RowCodec
+{
+public:
+    // `columns` with their offsets in the row's cell area, the bitmap at
+    // `rowLength` (aligned) behind the first cell.
+    RowCodec(const QList<const TableColumnDef *> &columns, uint64 rowLength, int nullBytes);
+    // The same for a header's columns, placed one after the other as a table
+    // places them.
+    RowCodec(const QList<TableColumnDef> &columns, int nullBytes);
+
+    void write(const unsigned char *cells, QDataStream &out);
+    // False when the stream ran short or a string length cannot be real; the
+    // row is then partly overwritten. Empty String cells are not touched.
+    bool read(unsigned char *cells, QDataStream &in, StringPool *pool);
+
+private:
+    struct Piece
+    {
+        uint64 offset; // in the cell area
+        int length; // bytes in the file
+    };
+    struct Segment
+    {
+        bool isString;
+        int fileBytes; // fixed segments: sum of their pieces
+        QVector<Piece> pieces; // fixed: cells and the bitmap; String: one piece
+    };
+    void build(const QList<const TableColumnDef *> &columns, uint64 rowLength, int nullBytes);
+    bool readString(unsigned char *cell, QDataStream &in, StringPool *pool);
+
+    QVector<Segment> m_segments;
+    QByteArray m_buffer; // one row's bytes on writing, a run or a text on reading
+};
+
+#endif // TABLEDB_IO_ROWCODEC_P_H

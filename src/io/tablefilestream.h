@@ -1,0 +1,50 @@
+#ifndef TABLEDB_IO_TABLEFILESTREAM_H
+#define TABLEDB_IO_TABLEFILESTREAM_H
+
+#include "runtime/global.h"
+
+#include <QDataStream>
+#include <QFile>
+#include <QIODevice>
+#include <QString>
+
+class QSaveFile;
+class QtIOCompressor;
+
+// A table file and the stream on it. `path` is the file's name without ".gz".
+//
+// Reading: the plain file wins; otherwise `path` + ".gz" through a gzip
+// QtIOCompressor; with neither the stream has no device (and is at its end).
+//
+// Writing: plain or ".gz" as the host asks (IAppHub::compressTables()). The
+// data goes to a temporary file beside the target and replaces it only in
+// commit(); a stream destroyed without commit() leaves the old file as it
+// was. This is deliberate: a save never destroys the previous file.
+class TABLEDB_EXPORT TableFileStream : public QDataStream
+{
+public:
+    // REQUIRES: `mode` is ReadOnly or WriteOnly.
+    TableFileStream(const QString &path, QIODevice::OpenMode mode);
+    ~TableFileStream();
+
+    // Writing: finishes the stream, syncs the temporary file to disk, renames
+    // it over the target and then removes the other form. Throws Exception
+    // naming the file when anything fails; the old file is then untouched.
+    void commit();
+    // The file written or read; empty when none could be opened for reading.
+    QString targetName() const { return m_target; }
+
+    QFile file; // the file read
+    QtIOCompressor *compressor; // owned; null for a plain file
+
+private:
+    [[noreturn]] void fail(const QString &reason);
+
+    QSaveFile *m_saveFile; // owned; the file written
+    QString m_target;
+    QString m_otherForm; // removed after a successful commit
+
+    Q_DISABLE_COPY(TableFileStream)
+};
+
+#endif // TABLEDB_IO_TABLEFILESTREAM_H

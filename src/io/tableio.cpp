@@ -1,0 +1,336 @@
+#include "io/tableio.h"
+
+#include "index/masterindex.h"
+#include "io/rowcodec_p.h"
+#include "io/tableio_p.h"
+#include "runtime/exception.h"
+#include "table/table.h"
+
+#include <QDataStream>
+#include <QDir>
+#include <QFileDevice>
+#include <QFileInfo>
+#include <QSet>
+#include <QtDebug>
+
+#include <new>
+#include <typeinfo>
+
+namespace {
+
+const int batchSize = 10240;
+// Rows wider than this are taken for damage: no real table comes near it, and
+// a scratch row is allocated before the first row's bytes are seen.
+const qint64 maxRowLength = 16 * 1024 * 1024;
+
+// Exactly FilterProgressTrue, not a subclass: its calls can be skipped.
+bool isPlainTrue(const FilterProgress &progress)
+{
+    return typeid(progress) == typeid(FilterProgressTrue);
+}
+
+QString streamName(const QDataStream &stream)
+{
+    if (auto *file = qobject_cast<QFileDevice *>(stream.device()))
+        return file->fileName();
+    return QStringLiteral("(stream)");
+}
+
+// Deletes the convertors of one read, also when a conversion throws.
+struct ConvertorListOwner
+{
+    QList<FieldDefConvertor *> list;
+    ~ConvertorListOwner() { qDeleteAll(list); }
+};
+
+} // namespace
+
+// --- header ---
+
+QString tableHeaderDamage(const TableIO::TableHeader &h, const QDataStream &stream)
+{
+    if (stream.status() != QDataStream::Ok)
+        return QStringLiteral("header cut short");
+    if (h.columns.size() != h.columnCount)
+        return QStringLiteral("column list cut short");
+    if (h.rowCount < 0)
+        return QStringLiteral("negative row count");
+    if (h.nullBytes != (int(h.columnCount) + 7) / 8)
+        return QStringLiteral("null bitmap size does not fit the columns");
+    qint64 length = 0;
+    QSet<QString> names;
+    for (const TableColumnDef &def : h.columns) {
+        if (def.type < FieldType::Integer || def.type > FieldType::BoardList
+            || (def.type == FieldType::VarChar && def.length <= 0))
+            return QStringLiteral("column %1 has no valid type").arg(def.name);
+        if (def.type != FieldType::String && def.len != FieldType::typeLength(def.type, def.length))
+            return QStringLiteral("column %1 has a wrong width").arg(def.name);
+        if (def.name.isEmpty() || names.contains(def.name.toLower()))
+            return QStringLiteral("column names empty or repeated");
+        names.insert(def.name.toLower());
+        length += qint64(def.len);
+        if (length > maxRowLength)
+            return QStringLiteral("rows too wide");
+    }
+    if (length != h.rowLength)
+        return QStringLiteral("row length does not fit the columns");
+    return QString();
+}
+
+
+void TableIO::setupHeader(TableHeader &header, const Table *table)
+{
+    const QList<TableColumnDef *> defs = table->fieldDefs();
+    header.version = s_versionDb;
+    header.columnCount = quint16(defs.size());
+    header.rowCount = table->masterIndex() ? table->masterIndex()->count() : 0;
+    header.rowLength = qint32(table->rowLengthUnaligned());
+    header.nullBytes = (defs.size() + 7) / 8;
+    header.columns.clear();
+    for (const TableColumnDef *def : defs)
+        header.columns.append(TableColumnDef(nullptr, *def));
+    header.masterColumns =
+        table->masterIndex() ? table->masterIndex()->columnNames() : QStringList();
+}
+
+void TableIO::writeHeader(const TableHeader &header, QDataStream &stream)
+{
+    stream << qint32(header.version) << header.columnCount << header.rowCount << header.rowLength
+           << header.nullBytes;
+    for (const TableColumnDef &def : header.columns)
+        def.write(stream);
+    stream << qint32(header.masterColumns.size());
+    for (const QString &name : header.masterColumns)
+        stream << name;
+}
+
+void TableIO::readHeader(TableHeader &header, QDataStream &stream)
+{
+    qint32 version = 0;
+    stream >> version;
+    header.version = quint32(version);
+    readHeaderAfterVersion(header, stream);
+}
+
+void TableIO::readHeaderAfterVersion(TableHeader &header, QDataStream &stream)
+{
+    stream >> header.columnCount >> header.rowCount >> header.rowLength >> header.nullBytes;
+    // Items are taken one by one while the stream lasts, never reserved by
+    // a count: a damaged count costs no more than the bytes behind it.
+    header.columns.clear();
+    for (int i = 0; i < header.columnCount && stream.status() == QDataStream::Ok; ++i) {
+        TableColumnDef def;
+        def.read(stream);
+        if (stream.status() == QDataStream::Ok)
+            header.columns.append(def);
+    }
+    header.masterColumns.clear();
+    qint32 masterCount = 0;
+    stream >> masterCount;
+    for (int i = 0; i < masterCount && stream.status() == QDataStream::Ok; ++i) {
+        QString name;
+        stream >> name;
+        if (stream.status() == QDataStream::Ok)
+            header.masterColumns.append(name);
+    }
+}
+
+// --- rows ---
+
+void TableIO::writeRecord(const Record &record, const TableHeader &header, QDataStream &stream)
+{
+    RowCodec codec(header.columns, header.nullBytes);
+    codec.write(Table::cellsPtr(record.pointer()), stream);
+}
+
+void TableIO::readRecord(Record &record, const TableHeader &header, QDataStream &stream)
+{
+    RowCodec codec(header.columns, header.nullBytes);
+    codec.read(Table::cellsPtr(record.pointer()), stream, record.table()->stringPool());
+}
+
+void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDataStream &stream)
+{
+    const MasterIndex *master = table->masterIndex();
+    if (!master)
+        return;
+    RowCodec codec(header.columns, header.nullBytes);
+    const bool report = !isPlainTrue(progress);
+    int i = 0;
+    for (auto it = master->begin(); it != master->end(); ++it, ++i) {
+        codec.write(Table::cellsPtr(it->pointer()), stream);
+        if (report)
+            progress(i, header.rowCount);
+    }
+}
+
+// --- whole tables ---
+
+QString TableIO::fileName(const QDir &dir) const
+{
+    return QFileInfo(dir, table->name()).filePath();
+}
+
+void TableIO::write(FilterProgress &progress, QDataStream &stream, bool withRows)
+{
+    TableLocker locker(table);
+    TableHeader header;
+    setupHeader(header, table);
+    writeHeader(header, stream);
+    if (withRows)
+        writeRows(progress, header, stream);
+}
+
+void TableIO::write(QDataStream &stream, bool withRows)
+{
+    FilterProgressTrue progress;
+    write(progress, stream, withRows);
+}
+
+void TableIO::write(FilterProgress &progress, const QDir &dir, bool withRows)
+{
+    TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
+    write(progress, stream, withRows);
+    stream.commit();
+}
+
+void TableIO::write(const QDir &dir)
+{
+    FilterProgressTrue progress;
+    write(progress, dir, true);
+}
+
+void TableIO::read(FilterProgress &progress, QDataStream &stream, bool addColumns,
+                   const Convertors &convertors, bool withRows)
+{
+    readStream(progress, stream, addColumns, convertors, withRows, streamName(stream));
+}
+
+void TableIO::read(QDataStream &stream)
+{
+    FilterProgressTrue progress;
+    read(progress, stream, false, Convertors(), true);
+}
+
+void TableIO::read(QDataStream &stream, bool addColumns)
+{
+    FilterProgressTrue progress;
+    read(progress, stream, addColumns, Convertors(), true);
+}
+
+void TableIO::read(QDataStream &stream, bool addColumns, const Convertors &convertors)
+{
+    FilterProgressTrue progress;
+    read(progress, stream, addColumns, convertors, true);
+}
+
+void TableIO::read(FilterProgress &progress, const QDir &dir, bool addColumns)
+{
+    TableFileStream stream(fileName(dir), QIODevice::ReadOnly);
+    readStream(progress, stream, addColumns, Convertors(), true, stream.targetName());
+}
+
+void TableIO::read(const QDir &dir, bool addColumns)
+{
+    FilterProgressTrue progress;
+    read(progress, dir, addColumns);
+}
+
+void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool addColumns,
+                         const Convertors &convertors, bool withRows, const QString &source)
+{
+    m_lastError.clear();
+    if (stream.atEnd())
+        return;
+
+    TableIndexRebuilder rebuilder(table);
+    TableUpdater updater(table);
+    table->clear();
+
+    auto fail = [&](const QString &what) {
+        m_lastError = QStringLiteral("Table file %1 is damaged: %2").arg(source, what);
+        QMessageLogger().warning().noquote() << m_lastError;
+    };
+    // Another version is told apart from a cut one, and nothing is read
+    // behind the version word of another format.
+    TableHeader header;
+    qint32 version = 0;
+    stream >> version;
+    header.version = quint32(version);
+    if (stream.status() != QDataStream::Ok) {
+        fail(QStringLiteral("header cut short"));
+        return;
+    }
+    if (header.version != s_versionDb)
+        return;
+    readHeaderAfterVersion(header, stream);
+    QString damage = tableHeaderDamage(header, stream);
+    // The layout of the file's rows.
+    Table saved(QStringLiteral("saved"));
+    if (damage.isEmpty()) {
+        try {
+            for (const TableColumnDef &def : qAsConst(header.columns))
+                saved.addColumn(def);
+        } catch (const QString &error) {
+            damage = error;
+        }
+        if (damage.isEmpty() && saved.columnCount() != header.columns.size())
+            damage = QStringLiteral("column names repeated");
+    }
+    if (!damage.isEmpty()) {
+        fail(damage);
+        return;
+    }
+
+    if (addColumns) {
+        for (const TableColumnDef &def : qAsConst(header.columns)) {
+            if (table->columnExists(def.name) || isClaimed(def.name, convertors))
+                continue;
+            table->addColumn(def.name, def.type, def.length, def.nullable, def.title, def.flag,
+                             def.description);
+        }
+    }
+    if (!withRows)
+        return;
+
+    ConvertorListOwner convertorList;
+    make_fromDefs(convertorList.list, &saved, convertors);
+
+    Record scratch(&saved);
+    if (!scratch)
+        throw std::bad_alloc();
+    unsigned char *scratchCells = Table::cellsPtr(scratch.pointer());
+    QList<const TableColumnDef *> savedDefs;
+    for (const TableColumnDef *def : saved.fieldDefs())
+        savedDefs.append(def);
+    RowCodec codec(savedDefs, saved.rowLength(), header.nullBytes);
+    StringPool *pool = table->stringPool();
+
+    // Rows of no columns have no bytes that could prove them.
+    const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
+    const bool plain = isPlainTrue(progress);
+    QList<Record> batch;
+    batch.reserve(batchSize);
+    int rowsRead = 0;
+    for (; rowsRead < rowCount; ++rowsRead) {
+        if (!plain)
+            progress(rowsRead, rowCount);
+        if (!codec.read(scratchCells, stream, pool))
+            break;
+        Record row(table);
+        if (!row)
+            throw std::bad_alloc();
+        convertDefs(convertorList.list, Table::cellsPtr(row.pointer()), scratchCells);
+        if (!plain && !progress.filter(row))
+            continue;
+        if (batch.size() >= batchSize) {
+            table->appendList(batch);
+            batch.clear();
+        }
+        batch.append(row);
+    }
+    if (!batch.isEmpty())
+        table->appendList(batch);
+    if (rowsRead < header.rowCount)
+        fail(QStringLiteral("%1 rows expected, %2 read").arg(header.rowCount).arg(rowsRead));
+}

@@ -1,0 +1,285 @@
+#include "io/qtiocompressor.h"
+#include "support/warningcatcher.h"
+
+#include <QBuffer>
+#include <QByteArray>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+// Half compressible text, half noise, so that streams span many buffers.
+QByteArray sample(int size, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    QByteArray data(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i)
+        data[i] = (i / 4096) % 2 ? char(rng()) : char('a' + (i * 7 + i / 13) % 26);
+    return data;
+}
+
+QByteArray compress(const QByteArray &data, QtIOCompressor::StreamFormat format, int bufferSize,
+                    int chunk = 0)
+{
+    QBuffer out;
+    out.open(QIODevice::WriteOnly);
+    QtIOCompressor c(&out, 6, bufferSize);
+    c.setStreamFormat(format);
+    EXPECT_TRUE(c.open(QIODevice::WriteOnly));
+    if (chunk <= 0) {
+        EXPECT_EQ(c.write(data), data.size());
+    } else {
+        for (int i = 0; i < data.size(); i += chunk)
+            EXPECT_EQ(c.write(data.mid(i, chunk)), qMin(chunk, data.size() - i));
+    }
+    c.close();
+    return out.data();
+}
+
+// Reads everything in pieces of varying size, the way QDataStream asks for it.
+QByteArray drain(QIODevice &device, unsigned seed, bool *failed = nullptr)
+{
+    std::mt19937 rng(seed);
+    QByteArray all;
+    for (int guard = 0; guard < 1000000; ++guard) {
+        QByteArray piece(int(1 + rng() % 9000), Qt::Uninitialized);
+        const qint64 got = device.read(piece.data(), piece.size());
+        if (got < 0 && failed)
+            *failed = true;
+        if (got <= 0)
+            break;
+        all.append(piece.constData(), int(got));
+    }
+    return all;
+}
+
+QByteArray expand(const QByteArray &packed, QtIOCompressor::StreamFormat format, int bufferSize,
+                  unsigned seed = 1, bool *failed = nullptr)
+{
+    QBuffer in;
+    in.setData(packed);
+    QtIOCompressor c(&in, 6, bufferSize);
+    c.setStreamFormat(format);
+    if (!c.open(QIODevice::ReadOnly))
+        return QByteArray("open failed");
+    return drain(c, seed, failed);
+}
+
+const QtIOCompressor::StreamFormat kFormats[] = {QtIOCompressor::ZlibFormat,
+                                                 QtIOCompressor::GzipFormat,
+                                                 QtIOCompressor::RawZipFormat};
+
+} // namespace
+
+TEST(QtIOCompressor, RoundTripsEveryFormatSizeAndBufferWithShortReads)
+{
+    const int sizes[] = {1, 15, 16, 17, 4095, 65500, 65501, 300000};
+    const int buffers[] = {1, 16, 4096, 65500};
+    for (auto format : kFormats) {
+        for (int size : sizes) {
+            for (int buffer : buffers) {
+                if (buffer == 1 && size > 4096)
+                    continue; // byte-sized buffers are slow and prove nothing more
+                SCOPED_TRACE(testing::Message() << "format " << format << " size " << size
+                                                << " buffer " << buffer);
+                const QByteArray data = sample(size, unsigned(size));
+                const QByteArray packed = compress(data, format, buffer, size / 3 + 1);
+                ASSERT_FALSE(packed.isEmpty());
+                EXPECT_TRUE(expand(packed, format, buffer, unsigned(buffer)) == data);
+            }
+        }
+    }
+}
+
+TEST(QtIOCompressor, HeadersTellTheFormatsApart)
+{
+    const QByteArray data = sample(1000, 3);
+    const QByteArray gz = compress(data, QtIOCompressor::GzipFormat, 4096);
+    const QByteArray zl = compress(data, QtIOCompressor::ZlibFormat, 4096);
+    const QByteArray raw = compress(data, QtIOCompressor::RawZipFormat, 4096);
+    EXPECT_EQ(quint8(gz[0]), 0x1f);
+    EXPECT_EQ(quint8(gz[1]), 0x8b);
+    EXPECT_EQ(quint8(zl[0]), 0x78);
+    EXPECT_EQ((quint8(zl[0]) * 256 + quint8(zl[1])) % 31, 0); // zlib header check
+    EXPECT_EQ(zl.size(), raw.size() + 6); // two header bytes and the Adler-32
+    // A reader of the wrong format fails instead of producing bytes.
+    bool failed = false;
+    EXPECT_TRUE(expand(raw, QtIOCompressor::GzipFormat, 4096, 1, &failed).isEmpty());
+    EXPECT_TRUE(failed);
+}
+
+TEST(QtIOCompressor, InteroperatesWithTheGzipProgram)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QByteArray data = sample(200000, 9);
+
+    // Ours to gzip.
+    QFile ours(dir.filePath("ours.gz"));
+    {
+        QtIOCompressor c(&ours, 6, 65500);
+        c.setStreamFormat(QtIOCompressor::GzipFormat);
+        ASSERT_TRUE(c.open(QIODevice::WriteOnly));
+        ASSERT_EQ(c.write(data), data.size());
+    } // the destructor finishes the stream and closes the file it opened
+    EXPECT_FALSE(ours.isOpen());
+    QProcess gunzip;
+    gunzip.start("gzip", {"-dc", ours.fileName()});
+    ASSERT_TRUE(gunzip.waitForFinished(30000));
+    EXPECT_EQ(gunzip.exitCode(), 0);
+    EXPECT_TRUE(gunzip.readAllStandardOutput() == data);
+
+    // gzip to ours, at two levels.
+    for (const char *level : {"-1", "-9"}) {
+        QProcess gzip;
+        gzip.start("gzip", {level, "-c"});
+        ASSERT_TRUE(gzip.waitForStarted());
+        gzip.write(data);
+        gzip.closeWriteChannel();
+        ASSERT_TRUE(gzip.waitForFinished(30000));
+        const QByteArray packed = gzip.readAllStandardOutput();
+        EXPECT_TRUE(expand(packed, QtIOCompressor::GzipFormat, 65500) == data) << level;
+    }
+}
+
+// A stream whose last byte is the last byte of the buffer, with and without
+// bytes behind it: the reader must stop cleanly and hand back what follows.
+TEST(QtIOCompressor, StreamEndingAtTheBufferEndHandsBackWhatFollows)
+{
+    const QByteArray data = sample(5000, 5);
+    for (auto format : kFormats) {
+        const QByteArray packed = compress(data, format, 4096);
+        for (int delta : {-1, 0, 1}) {
+            for (const QByteArray &trailer : {QByteArray(), QByteArray("TRAILER")}) {
+                SCOPED_TRACE(testing::Message() << "format " << format << " delta " << delta
+                                                << " trailer " << trailer.size());
+                QBuffer in;
+                in.setData(packed + trailer);
+                in.open(QIODevice::ReadOnly);
+                QtIOCompressor c(&in, 6, packed.size() + delta);
+                c.setStreamFormat(format);
+                ASSERT_TRUE(c.open(QIODevice::ReadOnly));
+                EXPECT_TRUE(c.readAll() == data);
+                EXPECT_EQ(c.read(10), QByteArray()); // at the end, and staying there
+                c.close();
+                EXPECT_TRUE(in.isOpen()); // opened by the caller, left to the caller
+                // What followed the stream in the last buffer comes back first,
+                // then the one byte behind it, then the rest of the device.
+                const QByteArray all = packed + trailer;
+                const int bufferSize = packed.size() + delta;
+                const int loaded = qMin(all.size(), (packed.size() + bufferSize - 1) / bufferSize * bufferSize);
+                const QByteArray unconsumed = all.mid(packed.size(), loaded - packed.size());
+                const QByteArray rest = all.mid(loaded);
+                const QByteArray after = in.readAll();
+                EXPECT_EQ(after.size(), unconsumed.size() + 1 + rest.size());
+                EXPECT_TRUE(after.startsWith(unconsumed));
+                EXPECT_TRUE(after.endsWith(rest));
+            }
+        }
+    }
+}
+
+TEST(QtIOCompressor, DamagedStreamsNeverInventOrHang)
+{
+    const QByteArray data = sample(3000, 11);
+    for (auto format : kFormats) {
+        const QByteArray packed = compress(data, format, 512);
+        for (int cut = 0; cut < packed.size(); ++cut) {
+            bool failed = false;
+            const QByteArray got = expand(packed.left(cut), format, 256, unsigned(cut), &failed);
+            ASSERT_TRUE(data.startsWith(got)) << "format " << format << " cut " << cut;
+        }
+        // Every byte flipped: an error or some output, never a crash.
+        for (int at = 0; at < packed.size(); at += 7) {
+            QByteArray bad = packed;
+            bad[at] = char(bad[at] ^ 0x5a);
+            bool failed = false;
+            const QByteArray got = expand(bad, format, 256, unsigned(at), &failed);
+            EXPECT_LE(got.size(), data.size() + 65536);
+        }
+    }
+}
+
+TEST(QtIOCompressor, OpenRulesAndWarnings)
+{
+    WarningCatcher warnings;
+    QBuffer buffer;
+    QtIOCompressor c(&buffer);
+    EXPECT_FALSE(c.open(QIODevice::ReadWrite));
+    EXPECT_FALSE(c.open(QIODevice::NotOpen));
+    ASSERT_TRUE(c.open(QIODevice::WriteOnly));
+    EXPECT_TRUE(buffer.isOpen());
+    EXPECT_FALSE(c.open(QIODevice::WriteOnly));
+    c.close();
+    EXPECT_FALSE(buffer.isOpen()); // it opened the buffer, so it closed it
+    EXPECT_TRUE(buffer.data().isEmpty()); // nothing written: not even a header
+
+    buffer.open(QIODevice::ReadOnly);
+    EXPECT_FALSE(c.open(QIODevice::WriteOnly));
+    const QString mode = QStringLiteral("QtIOCompressor::open: QtIOCompressor can only be opened "
+                                        "in the ReadOnly or WriteOnly modes");
+    EXPECT_EQ(warnings.messages(),
+              QStringList({mode, mode, QStringLiteral("QtIOCompressor::open: device already open"),
+                           QStringLiteral("QtIOCompressor::open: underlying device must be open "
+                                          "in one of the ReadOnly or WriteOnly modes")}));
+
+    QFile missing(QStringLiteral("/nonexistent-dir/x.gz"));
+    QtIOCompressor m(&missing);
+    EXPECT_FALSE(m.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(m.isOpen());
+    EXPECT_TRUE(m.errorString().startsWith(QStringLiteral("Error opening underlying device: ")));
+
+    // A device can be opened again after close, in the other direction.
+    QBuffer again;
+    QtIOCompressor r(&again);
+    ASSERT_TRUE(r.open(QIODevice::WriteOnly));
+    r.write("hello");
+    r.close();
+    ASSERT_TRUE(r.open(QIODevice::ReadOnly));
+    EXPECT_EQ(r.readAll(), QByteArray("hello"));
+}
+
+TEST(QtIOCompressor, FlushMakesWrittenDataReadableAndBytesAvailableIsABoolean)
+{
+    QBuffer out;
+    out.open(QIODevice::WriteOnly);
+    QtIOCompressor w(&out);
+    ASSERT_TRUE(w.open(QIODevice::WriteOnly));
+    w.write(sample(10000, 2));
+    w.flush();
+    const QByteArray synced = out.data(); // no end marker yet
+    w.close();
+    EXPECT_GT(out.data().size(), synced.size());
+    EXPECT_TRUE(synced.endsWith(QByteArray::fromHex("0000ffff"))); // the sync marker
+    EXPECT_TRUE(expand(out.data(), QtIOCompressor::ZlibFormat, 1024) == sample(10000, 2));
+
+    QBuffer in;
+    in.setData(out.data());
+    QtIOCompressor r(&in);
+    EXPECT_EQ(r.bytesAvailable(), 0); // not open
+    ASSERT_TRUE(r.open(QIODevice::ReadOnly));
+    EXPECT_EQ(r.bytesAvailable(), 1);
+    char byte;
+    ASSERT_EQ(r.read(&byte, 1), 1);
+    EXPECT_EQ(r.bytesAvailable(), 1);
+    r.readAll();
+    EXPECT_EQ(r.bytesAvailable(), 0);
+    EXPECT_TRUE(QtIOCompressor::isGzipSupported());
+}
+
+TEST(QtIOCompressor, WriteFailureIsReportedOnce)
+{
+    QFile full(QStringLiteral("/dev/full"));
+    if (!full.exists())
+        GTEST_SKIP() << "no /dev/full";
+    ASSERT_TRUE(full.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    QtIOCompressor c(&full, 6, 64);
+    ASSERT_TRUE(c.open(QIODevice::WriteOnly));
+    EXPECT_EQ(c.write(sample(100000, 4)), -1);
+    EXPECT_TRUE(c.errorString().startsWith(QStringLiteral("Error writing to underlying device: ")));
+}
