@@ -228,6 +228,12 @@ public:
     // Opens one gap for all values; the block may grow far beyond 10000 and is
     // split at most once, in halves.
     void insert(int position, const QList<T> &values);
+    // Inserts values[i] at places[i], a position in the list as it stands
+    // before the call. REQUIRES: places non-decreasing and as many as values,
+    // each at most count(). Values of one place keep their order. The blocks
+    // come out as insert() of each place's values in turn would leave them,
+    // but each block that takes values is moved once, not once per place.
+    void insertRuns(const QVector<int> &places, const QList<T> &values);
     // A position out of range does nothing. Merges small neighbour blocks.
     void removeAt(int position);
     // Removes every range of the set in one pass over the blocks: each kept
@@ -427,6 +433,77 @@ void PartitionList<T>::insert(int position, const QList<T> &values)
     m_count += k;
     if (p->size >= m_maxPartitionSize)
         splitAt(s);
+}
+
+template <typename T>
+void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values)
+{
+    struct Gap
+    {
+        int at; // offset in the block as it stands, before any pending gap
+        int from; // first of the gap's values
+        int count;
+    };
+    QVector<Gap> gaps; // pending for block s, ascending
+    int pending = 0;
+    int s = 1;
+    int base = 0; // list position of block s's first element
+    // Opens all pending gaps of block s in one pass from the back.
+    auto flush = [&]() {
+        if (gaps.isEmpty())
+            return;
+        Partition *p = m_partitions.at(s);
+        reserve(p, p->size + pending);
+        int shift = pending;
+        int tail = p->size;
+        for (int g = gaps.size() - 1; g >= 0; --g) {
+            const Gap &gap = gaps.at(g);
+            std::memmove(static_cast<void *>(p->data + gap.at + shift),
+                         static_cast<const void *>(p->data + gap.at),
+                         size_t(tail - gap.at) * sizeof(T));
+            shift -= gap.count;
+            tail = gap.at;
+            T *dst = p->data + gap.at + shift;
+            for (int v = gap.from; v < gap.from + gap.count; ++v)
+                new (dst++) T(values.at(v));
+        }
+        p->size += pending;
+        p->end = p->data + p->size;
+        m_count += pending;
+        gaps.clear();
+        pending = 0;
+    };
+    int inserted = 0;
+    for (int i = 0; i < values.size();) {
+        int j = i + 1;
+        while (j < values.size() && places.at(j) == places.at(i))
+            ++j;
+        const int position = qMax(places.at(i), 0) + inserted;
+        // The block insert() would choose: a boundary goes to the earlier one.
+        int n = position - base;
+        while (m_partitions.at(s) && n > m_partitions.at(s)->size + pending) {
+            const int size = m_partitions.at(s)->size + pending;
+            flush();
+            base += size;
+            n -= size;
+            ++s;
+        }
+        if (!m_partitions.at(s)) {
+            // Only an empty list or a place past the end gets here.
+            flush();
+            insert(position, values.mid(i, j - i));
+        } else {
+            gaps.append({ n - pending, i, j - i });
+            pending += j - i;
+            if (m_partitions.at(s)->size + pending >= m_maxPartitionSize) {
+                flush();
+                splitAt(s);
+            }
+        }
+        inserted += j - i;
+        i = j;
+    }
+    flush();
 }
 
 template <typename T>
