@@ -260,7 +260,16 @@ private:
     static std::ptrdiff_t distance(Partition *const *fromSlot, T *fromElement,
                                    Partition *const *toSlot, T *toElement);
 
+    // The block of `position` and the offset `n` in it, as a walk from the
+    // first block finds it; `intoEarlier` sends a boundary to the earlier
+    // block, as insertion does. The walk starts at the block found last when
+    // that one lies before the position, so repeated work in one place of a
+    // long list does not walk all the blocks before it again.
+    int locate(int position, bool intoEarlier, int &n);
+
     int m_count;
+    int m_fingerSlot = 0; // the block found last, 0 for none; writers only
+    int m_fingerBase = 0; // the list position of its first element
     int m_maxPartitionSize; // 10000
     int m_mergeThreshold; // 5000
     QVector<Partition *> m_partitions; // null, blocks..., null
@@ -284,6 +293,7 @@ PartitionList<T>::PartitionList(const PartitionList &other) : PartitionList()
 template <typename T>
 PartitionList<T> &PartitionList<T>::operator=(const PartitionList &other)
 {
+    m_fingerSlot = 0;
     if (this == &other)
         return *this;
     clear();
@@ -373,15 +383,32 @@ void PartitionList<T>::append(const T &value)
 }
 
 template <typename T>
+int PartitionList<T>::locate(int position, bool intoEarlier, int &n)
+{
+    int s = 1;
+    int base = 0;
+    if (m_fingerSlot > 0
+        && (position > m_fingerBase || (position == m_fingerBase && (!intoEarlier || m_fingerSlot == 1)))) {
+        s = m_fingerSlot;
+        base = m_fingerBase;
+    }
+    n = position - base;
+    for (; m_partitions.at(s); ++s) {
+        const int size = m_partitions.at(s)->size;
+        if (intoEarlier ? n <= size : n < size)
+            break;
+        n -= size;
+    }
+    m_fingerSlot = m_partitions.at(s) ? s : 0;
+    m_fingerBase = position - n;
+    return s;
+}
+
+template <typename T>
 void PartitionList<T>::insert(int position, const T &value)
 {
-    int n = qMax(position, 0);
-    int s = 1;
-    for (; m_partitions.at(s); ++s) {
-        if (n <= m_partitions.at(s)->size)
-            break;
-        n -= m_partitions.at(s)->size;
-    }
+    int n = 0;
+    const int s = locate(qMax(position, 0), true, n);
     Partition *p = m_partitions.at(s);
     if (!p) {
         p = newPartition(m_maxPartitionSize + 2);
@@ -405,6 +432,7 @@ void PartitionList<T>::insert(int position, const T &value)
 template <typename T>
 void PartitionList<T>::insert(int position, const QList<T> &values)
 {
+    m_fingerSlot = 0;
     const int k = values.size();
     if (k == 0)
         return;
@@ -438,6 +466,7 @@ void PartitionList<T>::insert(int position, const QList<T> &values)
 template <typename T>
 void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values)
 {
+    m_fingerSlot = 0;
     struct Gap
     {
         int at; // offset in the block as it stands, before any pending gap
@@ -527,16 +556,14 @@ void PartitionList<T>::removeAt(int position)
 {
     if (position < 0)
         return;
-    int n = position;
-    int s = 1;
-    for (; m_partitions.at(s); ++s) {
-        if (n < m_partitions.at(s)->size)
-            break;
-        n -= m_partitions.at(s)->size;
-    }
+    int n = 0;
+    const int s = locate(position, false, n);
     Partition *p = m_partitions.at(s);
     if (!p)
         return;
+    // A block that goes or merges moves the bases: then forget the block found.
+    const int base = m_fingerBase;
+    m_fingerSlot = 0;
     p->data[n].~T();
     std::memmove(static_cast<void *>(p->data + n), static_cast<const void *>(p->data + n + 1),
                  size_t(p->size - n - 1) * sizeof(T));
@@ -548,7 +575,12 @@ void PartitionList<T>::removeAt(int position)
         deletePartition(p);
         return;
     }
+    const int blocks = m_partitions.size();
     mergeAround(s);
+    if (m_partitions.size() == blocks) {
+        m_fingerSlot = s;
+        m_fingerBase = base;
+    }
 }
 
 template <typename T>
@@ -572,6 +604,7 @@ void PartitionList<T>::mergeAround(int s)
 template <typename T>
 void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
 {
+    m_fingerSlot = 0;
     const QList<int> &b = ranges.boundaries();
     const int rangeCount = b.size() / 2;
     int r = 0;
@@ -637,6 +670,7 @@ void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
 template <typename T>
 void PartitionList<T>::clear()
 {
+    m_fingerSlot = 0;
     for (int s = 1; s < m_partitions.size() - 1; ++s)
         deletePartition(m_partitions.at(s));
     m_partitions.resize(2);

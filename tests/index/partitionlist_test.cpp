@@ -212,6 +212,18 @@ TEST_F(PartitionListTest, CopyIsDeep)
 
 // Random appends, inserts, bulk inserts, removeAt and removeRanges against a
 // vector, checking contents, live copies and block sizes after every step.
+// Work in a later block must not change where a boundary position goes.
+TEST_F(PartitionListTest, ABoundaryGoesToTheEarlierBlockAfterWorkFurtherOn)
+{
+    List list;
+    fill(list, 15000);
+    list.removeAt(12000);
+    ASSERT_EQ(blockSizes(list), std::vector<int>({ 9999, 5000 }));
+    list.insert(9999, Item(-5)); // the end of the first block, which splits
+    EXPECT_EQ(blockSizes(list), std::vector<int>({ 5000, 5000, 5000 }));
+    EXPECT_EQ(list.at(9999).value, -5);
+}
+
 TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
 {
     std::mt19937 rng(12345);
