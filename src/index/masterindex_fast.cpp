@@ -37,11 +37,16 @@ void MasterIndex_Fast::rehash()
 
 Record MasterIndex_Fast::findKey(const MasterKey &key, int from) const
 {
-    if (from == -1 && key.size() == int(keySize()) && m_keys->isExact()) {
-        unsigned char *row = m_keys->find(key.constData());
+    return findKeyBytes(key.constData(), key.size(), from);
+}
+
+Record MasterIndex_Fast::findKeyBytes(const char *key, int size, int from) const
+{
+    if (from == -1 && size == int(keySize()) && m_keys->isExact()) {
+        unsigned char *row = m_keys->find(key);
         return row ? Record(RowRecord(row)) : Record();
     }
-    return MasterIndexKey<MasterIndex_Fast_Pure>::findKey(key, from);
+    return MasterIndexKey<MasterIndex_Fast_Pure>::findKey(MasterKey(key, size), from);
 }
 
 void MasterIndex_Fast::add(const Record &record)

@@ -27,6 +27,8 @@ public:
     // this index's length it is looked up by hash and allocates nothing,
     // otherwise it is searchKey()'s row. Hides MasterIndexKey::findKey.
     Record findKey(const MasterKey &key, int from) const;
+    // findKey() of `size` key bytes that need not be in a MasterKey.
+    Record findKeyBytes(const char *key, int size, int from) const;
 
     void add(const Record &record) override;
     void clear() override;
