@@ -1,13 +1,19 @@
 // Batch maintenance of a sorted index against a full resort and against
-// single-row insertion, on an index of 1,000,000 rows.
+// single-row insertion, on an index of 1,000,000 rows; the parallel sort
+// against std::stable_sort; and a middle insert/removeAt of a PartitionList at
+// 100,000 and at 10,000,000 elements.
 
+#include "index/concurrentsort.h"
 #include "index/indexsort.h"
+#include "index/partitionlist.h"
 #include "table/table.h"
 
 #include <benchmark/benchmark.h>
 
 #include <QAtomicInt>
 
+#include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <cstdio>
 #include <map>
@@ -181,6 +187,73 @@ void BM_SingleAddsOnePlace(benchmark::State &state)
     }
 }
 
+// 1,000,000 rows by an Integer64 cell, wall time: the parallel sort is there
+// to use the other cores.
+struct SortInput
+{
+    SortInput() : table(QStringLiteral("sort"))
+    {
+        table.addColumn(QStringLiteral("v"), FieldType::Integer64, 0, false);
+        std::mt19937_64 rng(5);
+        for (int i = 0; i < indexRows; ++i) {
+            Record r(&table);
+            FieldType::setInt64(r.data(0).data(), int64(rng() % 100000));
+            rows.append(r);
+        }
+    }
+    static bool less(const Record &a, const Record &b)
+    {
+        return FieldType::getInt64(a.data(0).data()) < FieldType::getInt64(b.data(0).data());
+    }
+    Table table;
+    QList<Record> rows;
+};
+
+SortInput &sortInput()
+{
+    static SortInput input;
+    return input;
+}
+
+template <bool Parallel>
+void BM_SortRecords(benchmark::State &state)
+{
+    const SortInput &input = sortInput();
+    for (auto _ : state) {
+        QList<Record> rows = input.rows;
+        rows.detach();
+        const auto start = std::chrono::steady_clock::now();
+        if (Parallel)
+            ConcurrentSort::sort(rows.begin(), rows.end(), &SortInput::less);
+        else
+            std::stable_sort(rows.begin(), rows.end(), &SortInput::less);
+        state.SetIterationTime(
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        if (!std::is_sorted(rows.begin(), rows.end(), &SortInput::less))
+            state.SkipWithError("not sorted");
+    }
+}
+
+// 1,000 insertions and removals in the middle of a list of `range(0)` elements.
+void BM_PartitionListMiddle(benchmark::State &state)
+{
+    const int n = int(state.range(0));
+    PartitionList<int> list;
+    for (int i = 0; i < n; ++i)
+        list.append(i);
+    for (auto _ : state) {
+        for (int i = 0; i < 1000; ++i) {
+            list.insert(n / 2, i);
+            list.removeAt(n / 2 + 1);
+        }
+    }
+    benchmark::DoNotOptimize(list.at(n / 2));
+}
+
+BENCHMARK_TEMPLATE(BM_SortRecords, false)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK_TEMPLATE(BM_SortRecords, true)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_PartitionListMiddle)->Arg(100000)->Arg(10000000)->Unit(benchmark::kMicrosecond);
+
 BENCHMARK(BM_Resort)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_ProcessUnchangedKeys)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
 BENCHMARK(BM_ProcessRemoveAndInsert)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
@@ -251,6 +324,16 @@ int main(int argc, char **argv)
     if (onePlace > 0)
         std::printf("10000 single add() / process(10000 rows, one place)  = %.1fx (need >= 10)\n",
                     singles / onePlace);
+    const double stable = reporter.time("BM_SortRecords<false>");
+    const double parallel = reporter.time("BM_SortRecords<true>");
+    if (parallel > 0)
+        std::printf("std::stable_sort / ConcurrentSort::sort (1000000 rows) = %.2fx (need >= 1.6)\n",
+                    stable / parallel);
+    const double small = reporter.time("BM_PartitionListMiddle/100000");
+    const double large = reporter.time("BM_PartitionListMiddle/10000000");
+    if (small > 0)
+        std::printf("middle insert+removeAt, 10000000 / 100000 elements    = %.2fx (need <= 2)\n",
+                    large / small);
     reportNeutralBatchCompares();
     benchmark::Shutdown();
     return 0;

@@ -33,6 +33,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <random>
@@ -40,6 +41,8 @@
 #include <vector>
 
 namespace {
+
+bool g_alone = false; // only tabledb runs, with its time per index
 
 typedef long long i64;
 typedef unsigned long long u64;
@@ -90,6 +93,12 @@ struct State
             && views[1] == o.views[1] && log == o.log;
     }
 };
+
+// CPU time of the process, pool threads included, for runs on a busy machine.
+double cpuMs()
+{
+    return double(std::clock()) * 1000.0 / CLOCKS_PER_SEC;
+}
 
 double msSince(std::chrono::steady_clock::time_point start)
 {
@@ -240,6 +249,10 @@ State quotesTabledb(const QuoteData &d, double &ms, double &allocsPerRow)
     }
     Record key(&table);
     long allocs = 0;
+    const double cpuStart = cpuMs();
+    for (IndexSort *index : { static_cast<IndexSort *>(table.masterIndex()),
+             static_cast<IndexSort *>(&byCode), static_cast<IndexSort *>(&byLast) })
+        index->setNsecsElapsed(0);
     const auto start = std::chrono::steady_clock::now();
     for (const std::vector<QuoteUpdate> &batch : d.transactions) {
         const long before = alloccounter::count();
@@ -263,6 +276,13 @@ State quotesTabledb(const QuoteData &d, double &ms, double &allocsPerRow)
     }
     ms = msSince(start) / double(d.transactions.size());
     allocsPerRow = double(allocs) / double(d.transactions.size() * 1000);
+    if (g_alone)
+        std::printf(
+            "  cpu ms per transaction %.3f; in process: master %.3f, by code %.3f, by last %.3f\n",
+            (cpuMs() - cpuStart) / double(d.transactions.size()),
+            double(table.masterIndex()->nsecsElapsed()) / 1e6 / double(d.transactions.size()),
+            double(byCode.nsecsElapsed()) / 1e6 / double(d.transactions.size()),
+            double(byLast.nsecsElapsed()) / 1e6 / double(d.transactions.size()));
 
     State s;
     for (auto it = table.masterIndex()->begin(); it != table.masterIndex()->end(); ++it) {
@@ -509,6 +529,10 @@ State ordersTabledb(const OrderData &d, double &ms)
     }
     ChangeLog log(&table);
     Record key(&table);
+    const double cpuStart = cpuMs();
+    for (IndexSort *index : { static_cast<IndexSort *>(table.masterIndex()),
+             static_cast<IndexSort *>(&byPrice), static_cast<IndexSort *>(&byTime) })
+        index->setNsecsElapsed(0);
     const auto start = std::chrono::steady_clock::now();
     for (const std::vector<OrderOp> &batch : d.transactions) {
         TableUpdater bracket(&table);
@@ -531,6 +555,13 @@ State ordersTabledb(const OrderData &d, double &ms)
         }
     }
     ms = msSince(start) / double(d.transactions.size());
+    if (g_alone)
+        std::printf(
+            "  cpu ms per transaction %.3f; in process: master %.3f, by price %.3f, by time %.3f\n",
+            (cpuMs() - cpuStart) / double(d.transactions.size()),
+            double(table.masterIndex()->nsecsElapsed()) / 1e6 / double(d.transactions.size()),
+            double(byPrice.nsecsElapsed()) / 1e6 / double(d.transactions.size()),
+            double(byTime.nsecsElapsed()) / 1e6 / double(d.transactions.size()));
 
     State s;
     for (auto it = table.masterIndex()->begin(); it != table.masterIndex()->end(); ++it) {
@@ -696,13 +727,15 @@ int main(int argc, char **argv)
     const int quoteTransactions = argc > 1 ? std::atoi(argv[1]) : 200;
     const int orderTransactions = argc > 2 ? std::atoi(argv[2]) : 20;
     const bool alone = argc > 3 && std::string(argv[3]) == "tabledb";
+    g_alone = alone;
     bool ok = true;
     if (quoteTransactions > 0) {
         const QuoteData d = makeQuotes(quoteTransactions);
         double tms = 0, qms = 0, bms = 0, allocs = 0;
         const State t = quotesTabledb(d, tms, allocs);
         if (alone) {
-            std::printf("quote stream: tabledb %.3f ms per transaction, %.2f allocations per row\n", tms, allocs);
+            std::printf("quote stream: tabledb %.3f ms per transaction, %.2f allocations per row\n",
+                tms, allocs);
             return 0;
         }
         const State q = quotesSqlite(d, qms);

@@ -460,19 +460,21 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         if (!std::is_sorted(pending.begin(), pending.end(), lessThan))
             ConcurrentSort::sort(pending.begin(), pending.end(), lessThan);
 
-        typedef PartitionList<Record>::iterator Iterator;
-        QList<Record> batch;
-        Iterator anchor = m_list.begin();
-        Iterator start = anchor;
-        Iterator stop = m_list.end();
+        // Each row's place is its upper bound among the rows that stay, so rows
+        // of an equal key stay in front. `pending` is sorted, so the bound is
+        // usually close to the previous one: gallop out from it first, then
+        // search the last step's span.
+        QVector<int> places;
+        places.reserve(pending.size());
+        const ConstIterator stop = end();
+        ConstIterator start = begin();
+        int startPlace = 0;
         for (const Record &row : qAsConst(pending)) {
-            // Upper bound in [start, end()): rows of an equal key stay in front.
-            // `pending` is sorted, so the bound is usually close to `start`:
-            // gallop out from it first, then search the last step's span.
-            Iterator u = start;
+            ConstIterator u = start;
+            int place = startPlace;
             std::ptrdiff_t length = 0;
             for (std::ptrdiff_t step = 1; u != stop; step *= 2) {
-                const Iterator probe = u + (step - 1); // stops at end()
+                const ConstIterator probe = u + (step - 1); // stops at end()
                 if (probe == stop) {
                     length = stop - u;
                     break;
@@ -482,34 +484,25 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
                     break;
                 }
                 u = probe + 1;
+                place += int(step);
             }
             while (length > 0) {
                 const std::ptrdiff_t half = length >> 1;
-                const Iterator mid = u + half;
+                const ConstIterator mid = u + half;
                 if (lessThan(row, *mid)) {
                     length = half;
                 } else {
                     u = mid + 1;
+                    place += int(half + 1);
                     length -= half + 1;
                 }
             }
             start = u;
-            if (u != anchor) {
-                const int target = batch.count() + int(u - m_list.begin());
-                if (!batch.isEmpty()) {
-                    m_list.insert(int(anchor - m_list.begin()), batch);
-                    batch.clear();
-                    // The insertion may have split a block: no iterator survives.
-                    start = anchor = m_list.begin() + target;
-                    stop = m_list.end();
-                } else {
-                    anchor = u;
-                }
-            }
-            batch.append(row);
+            startPlace = place;
+            places.append(place);
         }
-        if (!batch.isEmpty())
-            m_list.insert(int(anchor - m_list.begin()), batch);
+        // The blocks come out as one insertion per place would leave them.
+        m_list.insertRuns(places, pending);
     }
 
     m_nsecsElapsed += timer.nsecsElapsed();

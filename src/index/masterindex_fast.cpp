@@ -2,17 +2,117 @@
 
 #include "index/masterindex_column.h"
 #include "index/masterindexfactory_p.h"
+#include "index/masterkeyhash.h"
 
 template class MasterIndexKey<MasterIndex_Fast_Pure>;
 
+namespace {
+
+// A counted Record of a row that the list holds.
+struct RowRecord : Record
+{
+    explicit RowRecord(unsigned char *row) : Record(row) { }
+};
+
+} // namespace
+
 MasterIndex_Fast::MasterIndex_Fast(Table *table, const QStringList &columns)
-    : MasterIndexKey<MasterIndex_Fast_Pure>(table, columns)
+    : MasterIndexKey<MasterIndex_Fast_Pure>(table, columns),
+      m_keys(new MasterKeyHash(int(keyOffset()), int(keySize())))
 {
 }
 
 MasterIndex_Fast::MasterIndex_Fast(Table *table, const QList<int> &columns)
-    : MasterIndexKey<MasterIndex_Fast_Pure>(table, columns)
+    : MasterIndexKey<MasterIndex_Fast_Pure>(table, columns),
+      m_keys(new MasterKeyHash(int(keyOffset()), int(keySize())))
 {
+}
+
+MasterIndex_Fast::~MasterIndex_Fast() = default;
+
+void MasterIndex_Fast::rehash()
+{
+    m_keys->rebuild(begin(), end(), count());
+}
+
+Record MasterIndex_Fast::findKey(const MasterKey &key, int from) const
+{
+    return findKeyBytes(key.constData(), key.size(), from);
+}
+
+Record MasterIndex_Fast::findKeyBytes(const char *key, int size, int from) const
+{
+    if (from == -1 && size == int(keySize()) && m_keys->isExact()) {
+        unsigned char *row = m_keys->find(key);
+        return row ? Record(RowRecord(row)) : Record();
+    }
+    return MasterIndexKey<MasterIndex_Fast_Pure>::findKey(MasterKey(key, size), from);
+}
+
+void MasterIndex_Fast::add(const Record &record)
+{
+    MasterIndexKey<MasterIndex_Fast_Pure>::add(record);
+    m_keys->insert(record);
+}
+
+void MasterIndex_Fast::clear()
+{
+    MasterIndexKey<MasterIndex_Fast_Pure>::clear();
+    m_keys->clear();
+}
+
+void MasterIndex_Fast::remove(const Record &record, int index)
+{
+    MasterIndexKey<MasterIndex_Fast_Pure>::remove(record, index);
+    if (!m_keys->remove(record))
+        rehash(); // its key changed in place, or it was never here
+}
+
+void MasterIndex_Fast::removeRanges(const RangeSet<int> &ranges)
+{
+    bool stale = false;
+    const int n = count();
+    for (int i = 0; i < ranges.rangeCount(); ++i) {
+        const int b = qBound(0, ranges.rangeBegin(i), n);
+        const int e = qBound(0, ranges.rangeEnd(i), n);
+        auto it = begin() + b;
+        for (int p = b; p < e; ++p, ++it)
+            stale = !m_keys->remove(*it) || stale;
+    }
+    MasterIndexKey<MasterIndex_Fast_Pure>::removeRanges(ranges);
+    if (stale)
+        rehash();
+}
+
+void MasterIndex_Fast::update(const Record &record, int first, int last, int index)
+{
+    MasterIndexKey<MasterIndex_Fast_Pure>::update(record, first, last, index);
+    if (!m_keys->holds(record))
+        rehash();
+}
+
+void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record> &updated,
+                               int first, int last, const QList<Record> &inserted)
+{
+    bool stale = false;
+    for (const Record &row : removed)
+        stale = !m_keys->remove(row) || stale;
+    // The hash holds no reference, so a row that leaves by its filter must
+    // leave it too; a key written in place shows as a row not held.
+    const bool keysKept = unaffectedBy(first, last);
+    for (const Record &row : updated) {
+        if (!filter(row))
+            stale = !m_keys->remove(row) || stale;
+        else if (!keysKept)
+            stale = !m_keys->holds(row) || stale;
+    }
+    MasterIndexKey<MasterIndex_Fast_Pure>::process(removed, updated, first, last, inserted);
+    for (const Record &row : inserted) {
+        if (filter(row))
+            m_keys->insert(row);
+    }
+    if (stale)
+        rehash();
 }
 
 QString MasterIndex_Fast::getClassName() const

@@ -4,17 +4,39 @@
 #include "index/masterindex_fast_pure.h"
 #include "index/masterindexkey.h"
 
+#include <memory>
+
+class MasterKeyHash;
+
 extern template class TABLEDB_EXPORT MasterIndexKey<MasterIndex_Fast_Pure>;
 
 // A master index ordered by the raw bytes of adjacent, fixed-width,
 // non-nullable key columns (see MasterIndex_Fast_Pure), with a search by
-// packed key that agrees with its order.
+// packed key that agrees with its order. Beside its list it keeps the rows by
+// their key bytes, so that findKey() from the start costs O(1) while no key is
+// held twice.
 class TABLEDB_EXPORT MasterIndex_Fast : public MasterIndexKey<MasterIndex_Fast_Pure>
 {
 public:
     // Throw a QString when the columns do not qualify.
     MasterIndex_Fast(Table *table, const QStringList &columns);
     MasterIndex_Fast(Table *table, const QList<int> &columns);
+    ~MasterIndex_Fast() override;
+
+    // The row of `key`, the first in order if several: from -1 and a key of
+    // this index's length it is looked up by hash and allocates nothing,
+    // otherwise it is searchKey()'s row. Hides MasterIndexKey::findKey.
+    Record findKey(const MasterKey &key, int from) const;
+    // findKey() of `size` key bytes that need not be in a MasterKey.
+    Record findKeyBytes(const char *key, int size, int from) const;
+
+    void add(const Record &record) override;
+    void clear() override;
+    void remove(const Record &record, int index) override;
+    void removeRanges(const RangeSet<int> &ranges) override;
+    void update(const Record &record, int first, int last, int index) override;
+    void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+                 const QList<Record> &inserted) override;
 
     QString getClassName() const override; // "MasterIndex_Fast"
 
@@ -24,6 +46,12 @@ public:
     static MasterIndex *create(Table *table, const QStringList &columns);
     static MasterIndex *createMasterIndex(Table *table, const QStringList &columns);
     static MasterIndex *createIndex(const QString &name, Table *table, const QStringList &columns);
+
+private:
+    // Enters the list's rows afresh: after a key was written in place.
+    void rehash();
+
+    std::unique_ptr<MasterKeyHash> m_keys;
 };
 
 #endif // TABLEDB_INDEX_MASTERINDEX_FAST_H

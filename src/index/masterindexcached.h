@@ -6,7 +6,10 @@
 
 #include <QMutex>
 
+#include <type_traits>
 #include <utility>
+
+class MasterIndex_Fast;
 
 // A key master index with a least-recently-used cache from packed key to row
 // in front of its key search; 1000 entries unless setCacheSize() says
@@ -58,9 +61,29 @@ public:
         return m_cache.contains(key);
     }
 
-    // findKey(keyRecord(record), from).
+    // findKey(keyRecord(record), from). The Fast kind reads the key where it
+    // sits in `record` and allocates nothing once the cache is full.
     Record find(const Record &record, int from) const override
     {
+        if constexpr (std::is_base_of<MasterIndex_Fast, T>::value) {
+            if (!record.isNull()) {
+                const char *key = reinterpret_cast<const char *>(record.rowPtr()) + this->keyOffset();
+                const int size = int(this->keySize());
+                {
+                    MasterKeyCache::Locker locker(&m_mutex);
+                    bool found = false;
+                    Record hit = m_cache.object(key, size, &found);
+                    if (found)
+                        return hit;
+                }
+                Record row = T::findKeyBytes(key, size, from);
+                if (row) {
+                    MasterKeyCache::Locker locker(&m_mutex);
+                    m_cache.insert(key, size, row);
+                }
+                return row;
+            }
+        }
         return findKey(this->keyRecord(record), from);
     }
 

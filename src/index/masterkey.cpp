@@ -4,8 +4,12 @@
 
 uint qHash(const MasterKey &key, uint seed) noexcept
 {
-    const uchar *p = reinterpret_cast<const uchar *>(key.constData());
-    const int size = key.size();
+    return masterKeyHash(key.constData(), key.size(), seed);
+}
+
+uint masterKeyHash(const char *bytes, int size, uint seed) noexcept
+{
+    const uchar *p = reinterpret_cast<const uchar *>(bytes);
     quint32 h = 0;
     int i = 0;
     for (; i + 4 <= size; i += 4)

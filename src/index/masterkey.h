@@ -24,5 +24,7 @@ Q_DECLARE_TYPEINFO(MasterKey, Q_MOVABLE_TYPE);
 // The XOR of the key's 32-bit little-endian words, then of `seed`. Key lengths
 // are multiples of 8, but a trailing partial word is taken zero-padded.
 TABLEDB_EXPORT uint qHash(const MasterKey &key, uint seed = 0) noexcept;
+// The same hash of key bytes that are not in a MasterKey.
+TABLEDB_EXPORT uint masterKeyHash(const char *bytes, int size, uint seed) noexcept;
 
 #endif // TABLEDB_INDEX_MASTERKEY_H

@@ -2,6 +2,8 @@
 
 #include "runtime/tsan_p.h"
 
+#include <cstring>
+
 MasterKeyCache::Locker::Locker(QMutex *mutex) : m_mutex(mutex)
 {
     m_mutex->lock();
@@ -14,11 +16,41 @@ MasterKeyCache::Locker::~Locker()
     m_mutex->unlock();
 }
 
-MasterKeyCache::MasterKeyCache() = default;
+MasterKeyCache::MasterKeyCache() : m_seed(uint(qGlobalQHashSeed()))
+{
+    rebucket(m_maxCost);
+}
 
 MasterKeyCache::~MasterKeyCache()
 {
     clear();
+    delete m_spare;
+}
+
+void MasterKeyCache::rebucket(int entries)
+{
+    int size = 1;
+    while (size < qMax(entries, 1))
+        size *= 2;
+    if (size == m_buckets.size())
+        return;
+    m_buckets.fill(nullptr, size);
+    for (Node *node = m_first; node; node = node->next) {
+        Node *&bucket = m_buckets[int(node->hash & uint(size - 1))];
+        node->chain = bucket;
+        bucket = node;
+    }
+}
+
+MasterKeyCache::Node *MasterKeyCache::findNode(const char *key, int size, uint hash) const
+{
+    for (Node *node = m_buckets.at(int(hash & uint(m_buckets.size() - 1))); node;
+         node = node->chain) {
+        if (node->hash == hash && node->key.size() == size
+            && std::memcmp(node->key.constData(), key, size_t(size)) == 0)
+            return node;
+    }
+    return nullptr;
 }
 
 void MasterKeyCache::unlink(Node *node)
@@ -42,9 +74,16 @@ void MasterKeyCache::pushFront(Node *node)
 void MasterKeyCache::drop(Node *node)
 {
     unlink(node);
-    m_hash.remove(node->key);
+    Node **link = &m_buckets[int(node->hash & uint(m_buckets.size() - 1))];
+    while (*link != node)
+        link = &(*link)->chain;
+    *link = node->chain;
     --m_totalCost;
-    delete node;
+    node->record = Record(); // the row is no longer held
+    if (m_spare)
+        delete node;
+    else
+        m_spare = node;
 }
 
 void MasterKeyCache::evictDownTo(int cost)
@@ -57,17 +96,16 @@ void MasterKeyCache::setMaxCost(int maxCost)
 {
     m_maxCost = maxCost;
     evictDownTo(qMax(maxCost, 0));
-    m_hash.reserve(qMax(maxCost, 1));
+    rebucket(maxCost);
 }
 
-Record MasterKeyCache::object(const MasterKey &key, bool *found)
+Record MasterKeyCache::object(const char *key, int size, bool *found)
 {
-    const auto it = m_hash.constFind(key);
-    if (it == m_hash.constEnd()) {
+    Node *node = findNode(key, size, masterKeyHash(key, size, m_seed));
+    if (!node) {
         *found = false;
         return Record();
     }
-    Node *node = it.value();
     if (node != m_first) {
         unlink(node);
         pushFront(node);
@@ -76,25 +114,37 @@ Record MasterKeyCache::object(const MasterKey &key, bool *found)
     return node->record;
 }
 
-void MasterKeyCache::insert(const MasterKey &key, const Record &record)
+void MasterKeyCache::insert(const char *key, int size, const Record &record)
 {
-    const auto it = m_hash.constFind(key);
-    if (it != m_hash.constEnd())
-        drop(it.value());
+    const uint hash = masterKeyHash(key, size, m_seed);
+    if (Node *old = findNode(key, size, hash))
+        drop(old);
     if (m_maxCost < 1)
         return;
     evictDownTo(m_maxCost - 1);
-    Node *node = new Node { key, record, nullptr, nullptr };
+    Node *node = m_spare;
+    m_spare = nullptr;
+    if (node && node->key.isDetached() && node->key.capacity() >= size) {
+        node->key.resize(size);
+        std::memcpy(node->key.data(), key, size_t(size));
+    } else {
+        if (!node)
+            node = new Node { MasterKey(), Record(), nullptr, nullptr, nullptr, 0 };
+        node->key = MasterKey(key, size);
+    }
+    node->record = record;
+    node->hash = hash;
+    Node *&bucket = m_buckets[int(hash & uint(m_buckets.size() - 1))];
+    node->chain = bucket;
+    bucket = node;
     pushFront(node);
-    m_hash.insert(key, node);
     ++m_totalCost;
 }
 
 void MasterKeyCache::remove(const MasterKey &key)
 {
-    const auto it = m_hash.constFind(key);
-    if (it != m_hash.constEnd())
-        drop(it.value());
+    if (Node *node = findNode(key.constData(), key.size(), qHash(key, m_seed)))
+        drop(node);
 }
 
 void MasterKeyCache::clear()
@@ -106,7 +156,7 @@ void MasterKeyCache::clear()
         node = next;
     }
     m_first = m_last = nullptr;
-    m_hash.clear();
-    m_hash.reserve(qMax(m_maxCost, 1));
+    m_buckets.fill(nullptr);
+    rebucket(m_maxCost);
     m_totalCost = 0;
 }

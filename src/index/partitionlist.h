@@ -230,6 +230,12 @@ public:
     // Opens one gap for all values; the block may grow far beyond 10000 and is
     // split at most once, in halves.
     void insert(int position, const QList<T> &values);
+    // Inserts values[i] at places[i], a position in the list as it stands
+    // before the call. REQUIRES: places non-decreasing and as many as values,
+    // each at most count(). Values of one place keep their order. The blocks
+    // come out as insert() of each place's values in turn would leave them,
+    // but each block that takes values is moved once, not once per place.
+    void insertRuns(const QVector<int> &places, const QList<T> &values);
     // A position out of range does nothing. Merges small neighbour blocks.
     void removeAt(int position);
     // Removes every range of the set in one pass over the blocks: each kept
@@ -256,7 +262,16 @@ private:
     static std::ptrdiff_t distance(Partition *const *fromSlot, T *fromElement,
                                    Partition *const *toSlot, T *toElement);
 
+    // The block of `position` and the offset `n` in it, as a walk from the
+    // first block finds it; `intoEarlier` sends a boundary to the earlier
+    // block, as insertion does. The walk starts at the block found last when
+    // that one lies before the position, so repeated work in one place of a
+    // long list does not walk all the blocks before it again.
+    int locate(int position, bool intoEarlier, int &n);
+
     int m_count;
+    int m_fingerSlot = 0; // the block found last, 0 for none; writers only
+    int m_fingerBase = 0; // the list position of its first element
     int m_maxPartitionSize; // 10000
     int m_mergeThreshold; // 5000
     QVector<Partition *> m_partitions; // null, blocks..., null
@@ -280,6 +295,7 @@ PartitionList<T>::PartitionList(const PartitionList &other) : PartitionList()
 template <typename T>
 PartitionList<T> &PartitionList<T>::operator=(const PartitionList &other)
 {
+    m_fingerSlot = 0;
     if (this == &other)
         return *this;
     clear();
@@ -369,15 +385,32 @@ void PartitionList<T>::append(const T &value)
 }
 
 template <typename T>
+int PartitionList<T>::locate(int position, bool intoEarlier, int &n)
+{
+    int s = 1;
+    int base = 0;
+    if (m_fingerSlot > 0
+        && (position > m_fingerBase || (position == m_fingerBase && (!intoEarlier || m_fingerSlot == 1)))) {
+        s = m_fingerSlot;
+        base = m_fingerBase;
+    }
+    n = position - base;
+    for (; m_partitions.at(s); ++s) {
+        const int size = m_partitions.at(s)->size;
+        if (intoEarlier ? n <= size : n < size)
+            break;
+        n -= size;
+    }
+    m_fingerSlot = m_partitions.at(s) ? s : 0;
+    m_fingerBase = position - n;
+    return s;
+}
+
+template <typename T>
 void PartitionList<T>::insert(int position, const T &value)
 {
-    int n = qMax(position, 0);
-    int s = 1;
-    for (; m_partitions.at(s); ++s) {
-        if (n <= m_partitions.at(s)->size)
-            break;
-        n -= m_partitions.at(s)->size;
-    }
+    int n = 0;
+    const int s = locate(qMax(position, 0), true, n);
     Partition *p = m_partitions.at(s);
     if (!p) {
         p = newPartition(m_maxPartitionSize + 2);
@@ -401,6 +434,7 @@ void PartitionList<T>::insert(int position, const T &value)
 template <typename T>
 void PartitionList<T>::insert(int position, const QList<T> &values)
 {
+    m_fingerSlot = 0;
     const int k = values.size();
     if (k == 0)
         return;
@@ -432,6 +466,78 @@ void PartitionList<T>::insert(int position, const QList<T> &values)
 }
 
 template <typename T>
+void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values)
+{
+    m_fingerSlot = 0;
+    struct Gap
+    {
+        int at; // offset in the block as it stands, before any pending gap
+        int from; // first of the gap's values
+        int count;
+    };
+    QVector<Gap> gaps; // pending for block s, ascending
+    int pending = 0;
+    int s = 1;
+    int base = 0; // list position of block s's first element
+    // Opens all pending gaps of block s in one pass from the back.
+    auto flush = [&]() {
+        if (gaps.isEmpty())
+            return;
+        Partition *p = m_partitions.at(s);
+        reserve(p, p->size + pending);
+        int shift = pending;
+        int tail = p->size;
+        for (int g = gaps.size() - 1; g >= 0; --g) {
+            const Gap &gap = gaps.at(g);
+            std::memmove(static_cast<void *>(p->data + gap.at + shift),
+                         static_cast<const void *>(p->data + gap.at),
+                         size_t(tail - gap.at) * sizeof(T));
+            shift -= gap.count;
+            tail = gap.at;
+            T *dst = p->data + gap.at + shift;
+            for (int v = gap.from; v < gap.from + gap.count; ++v)
+                new (dst++) T(values.at(v));
+        }
+        p->size += pending;
+        p->end = p->data + p->size;
+        m_count += pending;
+        gaps.clear();
+        pending = 0;
+    };
+    int inserted = 0;
+    for (int i = 0; i < values.size();) {
+        int j = i + 1;
+        while (j < values.size() && places.at(j) == places.at(i))
+            ++j;
+        const int position = qMax(places.at(i), 0) + inserted;
+        // The block insert() would choose: a boundary goes to the earlier one.
+        int n = position - base;
+        while (m_partitions.at(s) && n > m_partitions.at(s)->size + pending) {
+            const int size = m_partitions.at(s)->size + pending;
+            flush();
+            base += size;
+            n -= size;
+            ++s;
+        }
+        if (!m_partitions.at(s)) {
+            // Only an empty list or a place past the end gets here.
+            flush();
+            insert(position, values.mid(i, j - i));
+        } else {
+            gaps.append({ n - pending, i, j - i });
+            pending += j - i;
+            if (m_partitions.at(s)->size + pending >= m_maxPartitionSize) {
+                flush();
+                splitAt(s);
+            }
+        }
+        inserted += j - i;
+        i = j;
+    }
+    flush();
+}
+
+template <typename T>
 void PartitionList<T>::splitAt(int s)
 {
     Partition *p = m_partitions.at(s);
@@ -452,16 +558,14 @@ void PartitionList<T>::removeAt(int position)
 {
     if (position < 0)
         return;
-    int n = position;
-    int s = 1;
-    for (; m_partitions.at(s); ++s) {
-        if (n < m_partitions.at(s)->size)
-            break;
-        n -= m_partitions.at(s)->size;
-    }
+    int n = 0;
+    const int s = locate(position, false, n);
     Partition *p = m_partitions.at(s);
     if (!p)
         return;
+    // A block that goes or merges moves the bases: then forget the block found.
+    const int base = m_fingerBase;
+    m_fingerSlot = 0;
     p->data[n].~T();
     std::memmove(static_cast<void *>(p->data + n), static_cast<const void *>(p->data + n + 1),
                  size_t(p->size - n - 1) * sizeof(T));
@@ -473,7 +577,12 @@ void PartitionList<T>::removeAt(int position)
         deletePartition(p);
         return;
     }
+    const int blocks = m_partitions.size();
     mergeAround(s);
+    if (m_partitions.size() == blocks) {
+        m_fingerSlot = s;
+        m_fingerBase = base;
+    }
 }
 
 template <typename T>
@@ -497,6 +606,7 @@ void PartitionList<T>::mergeAround(int s)
 template <typename T>
 void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
 {
+    m_fingerSlot = 0;
     const QList<int> &b = ranges.boundaries();
     const int rangeCount = b.size() / 2;
     int r = 0;
@@ -562,6 +672,7 @@ void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
 template <typename T>
 void PartitionList<T>::clear()
 {
+    m_fingerSlot = 0;
     for (int s = 1; s < m_partitions.size() - 1; ++s)
         deletePartition(m_partitions.at(s));
     m_partitions.resize(2);

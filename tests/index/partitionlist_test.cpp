@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -211,6 +212,18 @@ TEST_F(PartitionListTest, CopyIsDeep)
 
 // Random appends, inserts, bulk inserts, removeAt and removeRanges against a
 // vector, checking contents, live copies and block sizes after every step.
+// Work in a later block must not change where a boundary position goes.
+TEST_F(PartitionListTest, ABoundaryGoesToTheEarlierBlockAfterWorkFurtherOn)
+{
+    List list;
+    fill(list, 15000);
+    list.removeAt(12000);
+    ASSERT_EQ(blockSizes(list), std::vector<int>({ 9999, 5000 }));
+    list.insert(9999, Item(-5)); // the end of the first block, which splits
+    EXPECT_EQ(blockSizes(list), std::vector<int>({ 5000, 5000, 5000 }));
+    EXPECT_EQ(list.at(9999).value, -5);
+}
+
 TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
 {
     std::mt19937 rng(12345);
@@ -219,7 +232,7 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
     int next = 0;
     for (int step = 0; step < 600; ++step) {
         const int n = int(model.size());
-        const unsigned op = rng() % 6;
+        const unsigned op = rng() % 7; // 6: runs
         if (op <= 2) { // append, single insert, bulk insert
             const int p = op == 0 ? n : int(rng() % (n + 1));
             const int count = op == 1 ? 1 : int(rng() % (op == 0 ? 3000 : 12000));
@@ -239,6 +252,43 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
             list.removeAt(p);
             if (p >= 0 && p < n)
                 model.erase(model.begin() + p);
+        } else if (op == 6) {
+            // Runs at sorted places, one pass per block: the same blocks as
+            // inserting run after run.
+            QVector<int> places;
+            QList<Item> values;
+            std::vector<int> boundaries(1, 0); // where the block rule matters
+            for (int size : blockSizes(list))
+                boundaries.push_back(boundaries.back() + size);
+            for (int i = int(rng() % 20); i > 0; --i) {
+                const int place = rng() % 3 ? int(rng() % (n + 1))
+                                            : boundaries[rng() % boundaries.size()];
+                for (int c = int(rng() % (rng() % 16 ? 20 : 7000)) + 1; c > 0; --c)
+                    places.append(place);
+            }
+            std::sort(places.begin(), places.end());
+            for (int i = 0; i < places.size(); ++i)
+                values.append(Item(next + i));
+            List reference(list);
+            for (int i = 0, shift = 0; i < places.size();) {
+                int j = i;
+                while (j < places.size() && places[j] == places[i])
+                    ++j;
+                reference.insert(places[i] + shift, values.mid(i, j - i));
+                shift += j - i;
+                i = j;
+            }
+            list.insertRuns(places, values);
+            ASSERT_EQ(blockSizes(list), blockSizes(reference)) << "step " << step;
+            std::vector<int> merged;
+            for (int k = 0, i = 0; k <= n; ++k) {
+                for (; i < places.size() && places[i] == k; ++i)
+                    merged.push_back(next + i);
+                if (k < n)
+                    merged.push_back(model[size_t(k)]);
+            }
+            model.swap(merged);
+            next += places.size();
         } else {
             RangeSet<int> ranges;
             std::vector<bool> gone(size_t(n), false);

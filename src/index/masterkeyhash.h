@@ -1,0 +1,63 @@
+#ifndef TABLEDB_INDEX_MASTERKEYHASH_H
+#define TABLEDB_INDEX_MASTERKEYHASH_H
+
+#include "table/record.h"
+
+#include <QVector>
+
+// The rows of a Fast key master by their key bytes, read where they sit in
+// each row: an O(1) lookup beside the sorted list. Open addressing with linear
+// probing and tombstones. It holds no reference: the owner keeps it to the
+// rows of its list, and rebuilds it when it finds an entry gone stale (a key
+// written in place) or a row it cannot take out.
+//
+// Not thread-safe for writers; several readers may find() at once.
+class MasterKeyHash
+{
+public:
+    MasterKeyHash(int keyOffset, int keySize) : m_offset(keyOffset), m_size(keySize) { }
+
+    void clear();
+    // Whether find() answers for the list: false once a key was seen twice,
+    // since the list's first row of a key is then not known here.
+    bool isExact() const { return m_duplicates == 0; }
+    int count() const { return m_count; }
+
+    void insert(const Record &row);
+    // Takes the entry of `row` out, found under its present key. False if it
+    // is not there (its key changed since it went in, or it never did).
+    bool remove(const Record &row);
+    // The row whose key bytes equal `key` (m_size bytes), or null. Allocates nothing.
+    unsigned char *find(const char *key) const;
+    // Whether `row` is entered under its present key.
+    bool holds(const Record &row) const;
+
+    // Empties and enters each row of [begin, end).
+    template <typename Iterator>
+    void rebuild(Iterator begin, Iterator end, int count)
+    {
+        clear();
+        reserve(count);
+        for (Iterator it = begin; it != end; ++it)
+            insert(*it);
+    }
+
+private:
+    static unsigned char *deleted() { return reinterpret_cast<unsigned char *>(quintptr(1)); }
+    const char *keyOf(const unsigned char *row) const
+    {
+        return reinterpret_cast<const char *>(row + m_offset);
+    }
+    unsigned hashOf(const char *key) const;
+    void reserve(int count);
+    void place(unsigned char *row); // REQUIRES: a free slot
+
+    int m_offset;
+    int m_size;
+    int m_count = 0;
+    int m_used = 0; // Full and Deleted slots
+    int m_duplicates = 0; // insertions that met an equal key
+    QVector<unsigned char *> m_rows; // null: empty; deleted() for a tombstone
+};
+
+#endif // TABLEDB_INDEX_MASTERKEYHASH_H
