@@ -79,11 +79,4 @@ inline void put(Table *table, int key, const QVariantMap &values)
     }
 }
 
-inline void drop(Table *table, int key)
-{
-    TableUpdater bracket(table);
-    RecordsTrans trans(table);
-    RecordUpdater(rowOf(table, key), trans).remove();
-}
-
 #endif // TABLEDB_TESTS_JOIN_JOINTESTSUPPORT_H
