@@ -226,18 +226,11 @@ RecordsRanges rangesOf(const QList<Record> &rows, const QList<Record> &keyRows,
         }
     }
 
-    const int pieces = JoinParallel::pieceCount(count);
-    std::vector<std::unique_ptr<FindRangesItem>> items;
-    for (int i = 0; i < pieces; ++i) {
-        const int b = JoinParallel::pieceBegin(i, pieces, count);
-        const int e = JoinParallel::pieceBegin(i + 1, pieces, count);
-        const bool last = i == pieces - 1;
-        items.emplace_back(new FindRangesItem(rows.cbegin() + b,
-                                              last ? rows.cend() : rows.cbegin() + e,
-                                              keyRows.cbegin() + b,
-                                              last ? keyRows.cend() : keyRows.cbegin() + e,
-                                              index, keyMapping));
-    }
+    using JoinParallel::endOf;
+    const auto items = JoinParallel::cut<FindRangesItem>(count, [&](int b, int e, bool last) {
+        return FindRangesItem(rows.cbegin() + b, endOf(rows, e, last), keyRows.cbegin() + b,
+                              endOf(keyRows, e, last), index, keyMapping);
+    });
     return RecordsRanges(count,
                          JoinParallel::runOnPool<RecordsRanges>(items, &findRanges));
 }
@@ -249,17 +242,11 @@ RecordsRanges subtract(const RecordsRanges &from, const RecordsRanges &other, in
         return subtractRanges(SubtractRangesItem(from.records.cbegin(), from.records.cend(),
                                                  from.ranges.cbegin(), from.ranges.cend(),
                                                  &other));
-    const int pieces = JoinParallel::pieceCount(count);
-    std::vector<std::unique_ptr<SubtractRangesItem>> items;
-    for (int i = 0; i < pieces; ++i) {
-        const int b = JoinParallel::pieceBegin(i, pieces, count);
-        const int e = JoinParallel::pieceBegin(i + 1, pieces, count);
-        const bool last = i == pieces - 1;
-        items.emplace_back(new SubtractRangesItem(
-            from.records.cbegin() + b, last ? from.records.cend() : from.records.cbegin() + e,
-            from.ranges.cbegin() + b, last ? from.ranges.cend() : from.ranges.cbegin() + e,
-            &other));
-    }
+    using JoinParallel::endOf;
+    const auto items = JoinParallel::cut<SubtractRangesItem>(count, [&](int b, int e, bool last) {
+        return SubtractRangesItem(from.records.cbegin() + b, endOf(from.records, e, last),
+                                  from.ranges.cbegin() + b, endOf(from.ranges, e, last), &other);
+    });
     return RecordsRanges(count,
                          JoinParallel::runOnPool<RecordsRanges>(items, &subtractRanges));
 }
@@ -271,16 +258,11 @@ QList<Record> changedKeyRows(const TableJoinMain *join, const QList<Record> &upd
     if (count < parallelFrom || count < 2)
         return join->changedKeys(ChangedKeysItem(updated.cbegin(), updated.cend(),
                                                  changed.cbegin(), changed.cend()));
-    const int pieces = JoinParallel::pieceCount(count);
-    std::vector<std::unique_ptr<ChangedKeysItem>> items;
-    for (int i = 0; i < pieces; ++i) {
-        const int b = JoinParallel::pieceBegin(i, pieces, count);
-        const int e = JoinParallel::pieceBegin(i + 1, pieces, count);
-        const bool last = i == pieces - 1;
-        items.emplace_back(new ChangedKeysItem(
-            updated.cbegin() + b, last ? updated.cend() : updated.cbegin() + e,
-            changed.cbegin() + b, last ? changed.cend() : changed.cbegin() + e));
-    }
+    using JoinParallel::endOf;
+    const auto items = JoinParallel::cut<ChangedKeysItem>(count, [&](int b, int e, bool last) {
+        return ChangedKeysItem(updated.cbegin() + b, endOf(updated, e, last),
+                               changed.cbegin() + b, endOf(changed, e, last));
+    });
     const QVector<QList<Record>> parts = JoinParallel::runOnPool<QList<Record>>(
         items, [join](const ChangedKeysItem &item) { return join->changedKeys(item); });
     QList<Record> out;
