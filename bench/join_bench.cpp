@@ -31,7 +31,7 @@ struct Fixture
         instruments.reset(new Table(QStringLiteral("Instruments")));
         instruments->addColumn(QStringLiteral("Instr"), FieldType::Integer, 0, false);
         instruments->addColumn(QStringLiteral("Price"), FieldType::Integer64);
-        MasterIndex_Column::createMasterIndex(instruments.get(), {QStringLiteral("Instr")});
+        MasterIndex_Column::createMasterIndex(instruments.get(), { QStringLiteral("Instr") });
         QList<Record> rows;
         for (int i = 0; i < Instruments; ++i) {
             Record r(instruments.get());
@@ -45,9 +45,9 @@ struct Fixture
         orders->addColumn(QStringLiteral("Id"), FieldType::Integer, 0, false);
         orders->addColumn(QStringLiteral("Instr"), FieldType::Integer, 0, false);
         orders->addColumn(QStringLiteral("Qty"), FieldType::Integer);
-        MasterIndex_Column::createMasterIndex(orders.get(), {QStringLiteral("Id")});
-        byInstr = MasterIndex_Column::createIndex(QStringLiteral("byInstr"), orders.get(),
-                                                  {QStringLiteral("Instr")});
+        MasterIndex_Column::createMasterIndex(orders.get(), { QStringLiteral("Id") });
+        byInstr = MasterIndex_Column::createIndex(
+            QStringLiteral("byInstr"), orders.get(), { QStringLiteral("Instr") });
         rows.clear();
         for (int i = 0; i < Orders; ++i) {
             Record r(orders.get());
@@ -59,7 +59,8 @@ struct Fixture
         orders->appendList(rows);
         rows.clear(); // the join adds a column, which moves every row
         if (joined)
-            join.reset(new TableJoin(byInstr, {instruments.get()}, {QStringLiteral("Price")}, false));
+            join.reset(
+                new TableJoin(byInstr, { instruments.get() }, { QStringLiteral("Price") }, false));
     }
     ~Fixture()
     {
@@ -127,6 +128,23 @@ void BM_JoinCellsAlone(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * Orders);
 }
 
+// The join's own work beyond writing: the look-up of the 10,000 updated
+// instruments' orders in the 1,000,000-row index.
+void BM_JoinLookUps(benchmark::State &state)
+{
+    Fixture &f = fixture(true);
+    QList<Record> rows;
+    for (auto it = f.instruments->masterIndex()->begin(); it != f.instruments->masterIndex()->end();
+         ++it)
+        rows.append(*it);
+    const QVector<Col> mapping { { 1, 0 } }; // orders' Instr from the instrument's
+    for (auto _ : state) {
+        const RecordsRanges ranges = rangesOf(rows, rows, f.byInstr, &mapping);
+        benchmark::DoNotOptimize(ranges.count());
+    }
+    state.SetItemsProcessed(state.iterations() * rows.size());
+}
+
 // The look-up of 100,000 orders' instrument ranges in the 1,000,000-row index.
 void BM_RangesOf(benchmark::State &state)
 {
@@ -134,7 +152,7 @@ void BM_RangesOf(benchmark::State &state)
     QList<Record> rows;
     for (int i = 0; i < 100000; ++i)
         rows.append(f.orders->at(i * 10));
-    const QVector<Col> mapping{{1, 1}};
+    const QVector<Col> mapping { { 1, 1 } };
     const int parallelFrom = state.range(0) ? JoinParallelFrom : INT_MAX;
     for (auto _ : state) {
         const RecordsRanges ranges = rangesOf(rows, rows, f.byInstr, &mapping, parallelFrom);
@@ -149,18 +167,21 @@ BENCHMARK(BM_PriceUpdate)->Arg(0)->ArgName("join")->Unit(benchmark::kMillisecond
 BENCHMARK(BM_RangesOf)->Arg(0)->Arg(1)->ArgName("pool")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PriceUpdate)->Arg(1)->ArgName("join")->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_JoinCellsAlone)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_JoinLookUps)->Unit(benchmark::kMillisecond);
 
 void ratios(RatioReporter &reporter)
 {
     reporter.addRatio("with join / without, 10,000 price updates",
-                      "BM_PriceUpdate/join:1/iterations:3", "BM_PriceUpdate/join:0/iterations:3");
+        "BM_PriceUpdate/join:1/iterations:3", "BM_PriceUpdate/join:0/iterations:3");
     reporter.addRatio("(with join - join cells alone) / without (<= 2)",
-                      "BM_PriceUpdate/join:1/iterations:3", "BM_PriceUpdate/join:0/iterations:3",
-                      "BM_JoinCellsAlone/iterations:3");
+        "BM_PriceUpdate/join:1/iterations:3", "BM_PriceUpdate/join:0/iterations:3",
+        "BM_JoinCellsAlone/iterations:3");
     reporter.addRatio("join cells alone / without", "BM_JoinCellsAlone/iterations:3",
-                      "BM_PriceUpdate/join:0/iterations:3");
+        "BM_PriceUpdate/join:0/iterations:3");
+    reporter.addRatio(
+        "join look-ups alone / without", "BM_JoinLookUps", "BM_PriceUpdate/join:0/iterations:3");
     reporter.addRatio("range search, one thread / pool, 100,000 rows (>= 1.5)",
-                      "BM_RangesOf/pool:0", "BM_RangesOf/pool:1");
+        "BM_RangesOf/pool:0", "BM_RangesOf/pool:1");
 }
 
 RATIO_BENCHMARK_MAIN(ratios)

@@ -32,8 +32,8 @@ std::vector<std::unique_ptr<Item>> cut(int count, const Make &make)
     const int pieces = pieceCount(count);
     std::vector<std::unique_ptr<Item>> items;
     for (int i = 0; i < pieces; ++i)
-        items.emplace_back(new Item(make(pieceBegin(i, pieces, count),
-                                         pieceBegin(i + 1, pieces, count), i == pieces - 1)));
+        items.emplace_back(new Item(
+            make(pieceBegin(i, pieces, count), pieceBegin(i + 1, pieces, count), i == pieces - 1)));
     return items;
 }
 

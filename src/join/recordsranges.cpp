@@ -46,8 +46,8 @@ struct Hits
 
     static RecordsRanges collect(QVector<Hit> &hits)
     {
-        std::stable_sort(hits.begin(), hits.end(),
-                         [](const Hit &a, const Hit &b) { return *a.row < *b.row; });
+        std::stable_sort(
+            hits.begin(), hits.end(), [](const Hit &a, const Hit &b) { return *a.row < *b.row; });
         RecordsRanges out;
         out.reserve(hits.size());
         for (const Hit &hit : qAsConst(hits)) {
@@ -96,7 +96,7 @@ RecordsRanges findRanges(const FindRangesItem &item)
     QVector<Hits::Hit> hits;
     hits.reserve(found.size());
     for (int i = 0; i < found.size(); ++i)
-        hits.append({&found.at(i), &sets.at(i)});
+        hits.append({ &found.at(i), &sets.at(i) });
     return Hits::collect(hits);
 }
 
@@ -136,7 +136,7 @@ RecordsRanges::RecordsRanges(int count, const QVector<RecordsRanges> &pieces)
     hits.reserve(total);
     for (const RecordsRanges &piece : pieces) {
         for (int i = 0; i < piece.count(); ++i)
-            hits.append({&piece.records.at(i), &piece.ranges.at(i)});
+            hits.append({ &piece.records.at(i), &piece.ranges.at(i) });
     }
     *this = Hits::collect(hits);
     reserve(count);
@@ -162,8 +162,8 @@ int RecordsRanges::indexOf(const Record &record) const
 
 void RecordsRanges::add(const Record &record, const RangeSet<int> &set)
 {
-    const int at = int(std::lower_bound(records.cbegin(), records.cend(), record, byAddress)
-                       - records.cbegin());
+    const int at = int(
+        std::lower_bound(records.cbegin(), records.cend(), record, byAddress) - records.cbegin());
     if (at < records.size() && records.at(at) == record) {
         unite(ranges[at], set);
     } else {
@@ -209,12 +209,12 @@ void RecordsRanges::merge(const RecordsRanges &other)
 }
 
 RecordsRanges rangesOf(const QList<Record> &rows, const QList<Record> &keyRows,
-                       const IndexSort *index, const QVector<Col> *keyMapping, int parallelFrom)
+    const IndexSort *index, const QVector<Col> *keyMapping, int parallelFrom)
 {
     const int count = qMin(rows.size(), keyRows.size());
     if (count < parallelFrom || count < 2)
-        return findRanges(FindRangesItem(rows.cbegin(), rows.cend(), keyRows.cbegin(),
-                                         keyRows.cend(), index, keyMapping));
+        return findRanges(FindRangesItem(
+            rows.cbegin(), rows.cend(), keyRows.cbegin(), keyRows.cend(), index, keyMapping));
 
     // A String key cell writes through the table's string pool, which is made
     // on first use: make it here, before several threads could race for it.
@@ -229,10 +229,9 @@ RecordsRanges rangesOf(const QList<Record> &rows, const QList<Record> &keyRows,
     using JoinParallel::endOf;
     const auto items = JoinParallel::cut<FindRangesItem>(count, [&](int b, int e, bool last) {
         return FindRangesItem(rows.cbegin() + b, endOf(rows, e, last), keyRows.cbegin() + b,
-                              endOf(keyRows, e, last), index, keyMapping);
+            endOf(keyRows, e, last), index, keyMapping);
     });
-    return RecordsRanges(count,
-                         JoinParallel::runOnPool<RecordsRanges>(items, &findRanges));
+    return RecordsRanges(count, JoinParallel::runOnPool<RecordsRanges>(items, &findRanges));
 }
 
 RecordsRanges subtract(const RecordsRanges &from, const RecordsRanges &other, int parallelFrom)
@@ -240,28 +239,26 @@ RecordsRanges subtract(const RecordsRanges &from, const RecordsRanges &other, in
     const int count = qMin(from.records.size(), from.ranges.size());
     if (count < parallelFrom || count < 2)
         return subtractRanges(SubtractRangesItem(from.records.cbegin(), from.records.cend(),
-                                                 from.ranges.cbegin(), from.ranges.cend(),
-                                                 &other));
+            from.ranges.cbegin(), from.ranges.cend(), &other));
     using JoinParallel::endOf;
     const auto items = JoinParallel::cut<SubtractRangesItem>(count, [&](int b, int e, bool last) {
         return SubtractRangesItem(from.records.cbegin() + b, endOf(from.records, e, last),
-                                  from.ranges.cbegin() + b, endOf(from.ranges, e, last), &other);
+            from.ranges.cbegin() + b, endOf(from.ranges, e, last), &other);
     });
-    return RecordsRanges(count,
-                         JoinParallel::runOnPool<RecordsRanges>(items, &subtractRanges));
+    return RecordsRanges(count, JoinParallel::runOnPool<RecordsRanges>(items, &subtractRanges));
 }
 
 QList<Record> changedKeyRows(const TableJoinMain *join, const QList<Record> &updated,
-                             const QList<Record> &changed, int parallelFrom)
+    const QList<Record> &changed, int parallelFrom)
 {
     const int count = qMin(updated.size(), changed.size());
     if (count < parallelFrom || count < 2)
-        return join->changedKeys(ChangedKeysItem(updated.cbegin(), updated.cend(),
-                                                 changed.cbegin(), changed.cend()));
+        return join->changedKeys(
+            ChangedKeysItem(updated.cbegin(), updated.cend(), changed.cbegin(), changed.cend()));
     using JoinParallel::endOf;
     const auto items = JoinParallel::cut<ChangedKeysItem>(count, [&](int b, int e, bool last) {
-        return ChangedKeysItem(updated.cbegin() + b, endOf(updated, e, last),
-                               changed.cbegin() + b, endOf(changed, e, last));
+        return ChangedKeysItem(updated.cbegin() + b, endOf(updated, e, last), changed.cbegin() + b,
+            endOf(changed, e, last));
     });
     const QVector<QList<Record>> parts = JoinParallel::runOnPool<QList<Record>>(
         items, [join](const ChangedKeysItem &item) { return join->changedKeys(item); });

@@ -34,8 +34,8 @@ Positions flatten(const RecordsRanges &r)
 struct KeyedRows
 {
     KeyedRows(int rows, int keys)
-        : table(makeTable("T", {{"Id", FieldType::Integer}, {"K", FieldType::Integer}},
-                          {QStringLiteral("Id")}))
+        : table(makeTable("T", { { "Id", FieldType::Integer }, { "K", FieldType::Integer } },
+            { QStringLiteral("Id") }))
     {
         for (int i = 0; i < rows; ++i) {
             list.append(Record(table.get()));
@@ -43,7 +43,7 @@ struct KeyedRows
             list.last().data(1) = i % keys;
         }
         table->appendList(list);
-        index.reset(new ExactKeyIndex(table.get(), {QStringLiteral("K")}));
+        index.reset(new ExactKeyIndex(table.get(), { QStringLiteral("K") }));
         index->build();
     }
     std::unique_ptr<Table> table;
@@ -60,8 +60,8 @@ TEST(RecordsRanges, RangesOfMatchesBruteForceBelowAndAtTheParallelSize)
 {
     KeyedRows indexed(3000, 700);
     KeyedRows asked(1600, 900);
-    const QVector<Col> mapping{{1, 1}};
-    for (int count : {0, 1, 511, 512, 513, 1600}) {
+    const QVector<Col> mapping { { 1, 1 } };
+    for (int count : { 0, 1, 511, 512, 513, 1600 }) {
         SCOPED_TRACE(count);
         QList<Record> rows = asked.list.mid(0, count);
         if (count > 2)
@@ -92,7 +92,7 @@ TEST(RecordsRanges, SubtractTakesOutPerRowAndKeepsEmptiedRows)
         }
         return set;
     };
-    for (int count : {3, 512, 513, 1200}) {
+    for (int count : { 3, 512, 513, 1200 }) {
         SCOPED_TRACE(count);
         RecordsRanges from, other;
         for (int i = 0; i < count; ++i) {
@@ -122,8 +122,8 @@ TEST(RecordsRanges, LongListsAreCutIntoBoundedPieces)
     {
         int count, pieces, firstSize, lastSize;
     };
-    for (const Case &c : {Case{513, 2, 256, 257}, Case{8191, 31, 264, 265},
-                          Case{8192, 32, 256, 256}, Case{100000, 32, 3125, 3125}}) {
+    for (const Case &c : { Case { 513, 2, 256, 257 }, Case { 8191, 31, 264, 265 },
+             Case { 8192, 32, 256, 256 }, Case { 100000, 32, 3125, 3125 } }) {
         SCOPED_TRACE(c.count);
         const int pieces = JoinParallel::pieceCount(c.count);
         EXPECT_EQ(pieces, c.pieces);

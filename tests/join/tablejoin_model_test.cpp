@@ -22,23 +22,30 @@ const QString Price = QStringLiteral("Price");
 class JoinModel
 {
 public:
-    JoinModel(int instruments, int orders, quint32 seed) : m_random(seed), m_instruments(instruments)
+    JoinModel(int instruments, int orders, quint32 seed)
+        : m_random(seed)
+        , m_instruments(instruments)
     {
-        m_orders = makeTable("Orders", {{"Id", FieldType::Integer}, {"Instr", FieldType::Integer},
-                                        {"Qty", FieldType::Integer}}, {QStringLiteral("Id")});
-        m_deps[0] = makeTable("Instruments", {{"Instr", FieldType::Integer},
-                                              {"Price", FieldType::Integer},
-                                              {"Name", FieldType::String}}, {Instr});
+        m_orders = makeTable("Orders",
+            { { "Id", FieldType::Integer }, { "Instr", FieldType::Integer },
+                { "Qty", FieldType::Integer } },
+            { QStringLiteral("Id") });
+        m_deps[0] = makeTable("Instruments",
+            { { "Instr", FieldType::Integer }, { "Price", FieldType::Integer },
+                { "Name", FieldType::String } },
+            { Instr });
         // The key between the copied columns.
-        m_deps[1] = makeTable("Limits", {{"Limit", FieldType::Integer}, {"Instr", FieldType::Integer},
-                                         {"Price", FieldType::Integer}}, {Instr});
-        m_orders->addIndex(m_byInstr = new ExactKeyIndex(m_orders.get(), {Instr}));
+        m_deps[1] = makeTable("Limits",
+            { { "Limit", FieldType::Integer }, { "Instr", FieldType::Integer },
+                { "Price", FieldType::Integer } },
+            { Instr });
+        m_orders->addIndex(m_byInstr = new ExactKeyIndex(m_orders.get(), { Instr }));
         // Rows before the join, and after it.
         mainTransaction(orders / 2);
         depTransaction(0, instruments / 2);
         depTransaction(1, instruments / 2);
-        m_join.reset(new TableJoin(m_byInstr, {m_deps[0].get(), m_deps[1].get()},
-                                   {Price, QStringLiteral("Name"), QStringLiteral("Limit")}, false));
+        m_join.reset(new TableJoin(m_byInstr, { m_deps[0].get(), m_deps[1].get() },
+            { Price, QStringLiteral("Name"), QStringLiteral("Limit") }, false));
         refill(3, true);
         mainTransaction(orders / 2);
     }
@@ -73,9 +80,9 @@ public:
             for (int d = 0; d < 2; ++d) {
                 const auto dep = m_depRows[d].find(it->instr);
                 for (const QString &column : copied(d)) {
-                    ASSERT_EQ(cell(row, column), dep != m_depRows[d].end()
-                                                     ? dep->second.value(source(column))
-                                                     : it->copies.value(column))
+                    ASSERT_EQ(cell(row, column),
+                        dep != m_depRows[d].end() ? dep->second.value(source(column))
+                                                  : it->copies.value(column))
                         << "step " << step << ", order " << it.key() << ", "
                         << column.toStdString();
                 }
@@ -92,8 +99,8 @@ private:
 
     static QStringList copied(int dep)
     {
-        return dep == 0 ? QStringList{Price, QStringLiteral("Name")}
-                        : QStringList{QStringLiteral("Price_"), QStringLiteral("Limit")};
+        return dep == 0 ? QStringList { Price, QStringLiteral("Name") }
+                        : QStringList { QStringLiteral("Price_"), QStringLiteral("Limit") };
     }
     static QString source(const QString &joinColumn)
     {
@@ -104,8 +111,7 @@ private:
     int pickInstr() { return int(m_random.bounded(m_instruments + m_instruments / 4)); }
 
     // Distinct keys, so that each key sees one operation per transaction.
-    template <typename Pick>
-    std::set<int> distinct(int count, Pick pick)
+    template <typename Pick> std::set<int> distinct(int count, Pick pick)
     {
         std::set<int> out;
         for (int i = 0; i < count * 3 && int(out.size()) < count; ++i)
@@ -118,15 +124,15 @@ private:
     std::pair<int, int> writeDep(int d, Record row, int instr, bool all)
     {
         const int price = int(m_random.bounded(1000));
-        QVariantMap values{{Price, price}};
+        QVariantMap values { { Price, price } };
         if (all || m_random.bounded(2))
-            values[d == 0 ? QStringLiteral("Name") : QStringLiteral("Limit")] =
-                d == 0 ? QVariant(QStringLiteral("n%1").arg(price % 7)) : QVariant(price * 2);
+            values[d == 0 ? QStringLiteral("Name") : QStringLiteral("Limit")]
+                = d == 0 ? QVariant(QStringLiteral("n%1").arg(price % 7)) : QVariant(price * 2);
         std::pair<int, int> span(INT_MAX, -1);
         for (auto it = values.cbegin(); it != values.cend(); ++it) {
             const int column = m_deps[d]->columnIndex(it.key());
             row.data(column) = it.value();
-            span = {qMin(span.first, column), qMax(span.second, column)};
+            span = { qMin(span.first, column), qMax(span.second, column) };
             m_depRows[d][instr][it.key()] = it.value();
         }
         return span;
@@ -169,7 +175,7 @@ private:
                     row.data(0) = id;
                     row.data(1) = pickInstr();
                     RecordUpdater insert(row, trans);
-                    m_model[id] = Order{row.data(1).toInteger(), {}};
+                    m_model[id] = Order { row.data(1).toInteger(), {} };
                     m_nextId = qMax(m_nextId, id + 1);
                     lookedUp[id] = true;
                     continue;
@@ -215,7 +221,7 @@ private:
                     updater.remove();
                     m_depRows[d].erase(present);
                 } else if (kind == 2 && touched.insert(m_nextFree).second
-                           && !m_depRows[d].count(m_nextFree)) { // the key moves
+                    && !m_depRows[d].count(m_nextFree)) { // the key moves
                     updater.data(key) = m_nextFree;
                     trans.extendColumns(key, key);
                     m_depRows[d][m_nextFree++] = present->second;
@@ -283,8 +289,8 @@ TEST(TableJoinModel, JoinRowsFollowRandomTransactionsOnAllThreeTables)
         int instruments, orders, steps, batch;
         quint32 seed;
     };
-    for (const Case &c : {Case{24, 120, 300, 6, 7}, Case{12, 60, 200, 3, 11},
-                          Case{900, 2500, 12, 700, 3}}) {
+    for (const Case &c : { Case { 24, 120, 300, 6, 7 }, Case { 12, 60, 200, 3, 11 },
+             Case { 900, 2500, 12, 700, 3 } }) {
         SCOPED_TRACE(c.seed);
         JoinModel model(c.instruments, c.orders, c.seed);
         model.check(-1);

@@ -9,18 +9,19 @@
 
 namespace {
 
-const QStringList PriceOnly{QStringLiteral("Price")};
+const QStringList PriceOnly { QStringLiteral("Price") };
 
 // Orders keyed by Id, joined by instrument through `byInstr`.
 struct Orders
 {
     explicit Orders(std::initializer_list<ColumnSpec> extra = {})
-        : table(makeTable("Orders", {{"Id", FieldType::Integer}, {"Instr", FieldType::Integer}},
-                          {QStringLiteral("Id")}))
+        : table(
+            makeTable("Orders", { { "Id", FieldType::Integer }, { "Instr", FieldType::Integer } },
+                { QStringLiteral("Id") }))
     {
         for (const ColumnSpec &c : extra)
             table->addColumn(QString::fromLatin1(c.name), c.type);
-        table->addIndex(byInstr = new ExactKeyIndex(table.get(), {QStringLiteral("Instr")}));
+        table->addIndex(byInstr = new ExactKeyIndex(table.get(), { QStringLiteral("Instr") }));
     }
     ~Orders()
     {
@@ -28,7 +29,7 @@ struct Orders
             table->removeIndex(byInstr);
         delete byInstr;
     }
-    void add(int id, int instr) { put(table.get(), id, {{QStringLiteral("Instr"), instr}}); }
+    void add(int id, int instr) { put(table.get(), id, { { QStringLiteral("Instr"), instr } }); }
     QVariant at(int id, const char *column) const
     {
         return cell(rowOf(table.get(), id), QString::fromLatin1(column));
@@ -47,13 +48,15 @@ struct Orders
 
 std::unique_ptr<Table> instruments(const char *name = "Instruments")
 {
-    return makeTable(name, {{"Instr", FieldType::Integer}, {"Price", FieldType::Integer},
-                            {"Name", FieldType::String}}, {QStringLiteral("Instr")});
+    return makeTable(name,
+        { { "Instr", FieldType::Integer }, { "Price", FieldType::Integer },
+            { "Name", FieldType::String } },
+        { QStringLiteral("Instr") });
 }
 
 void setPrice(Table *table, int instr, int price)
 {
-    put(table, instr, {{QStringLiteral("Price"), price}});
+    put(table, instr, { { QStringLiteral("Price"), price } });
 }
 
 } // namespace
@@ -62,8 +65,8 @@ void setPrice(Table *table, int instr, int price)
 // and after the join the columns stay with their last values.
 TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
 {
-    Orders orders({{"Price", FieldType::Integer}, {"C_Price", FieldType::Integer}});
-    auto a = makeTable("A", {{"Instr", FieldType::Integer}}, {QStringLiteral("Instr")});
+    Orders orders({ { "Price", FieldType::Integer }, { "C_Price", FieldType::Integer } });
+    auto a = makeTable("A", { { "Instr", FieldType::Integer } }, { QStringLiteral("Instr") });
     a->addColumn(QStringLiteral("Price"), FieldType::Integer, 0, false);
     auto b = instruments("B");
     auto c = instruments("C");
@@ -71,19 +74,20 @@ TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
         orders.add(id, qMax(1, id - 1));
     setPrice(a.get(), 1, 10);
     setPrice(a.get(), 2, 20);
-    put(b.get(), 2, {{QStringLiteral("Price"), 5}, {QStringLiteral("Name"), QStringLiteral("x")}});
+    put(b.get(), 2,
+        { { QStringLiteral("Price"), 5 }, { QStringLiteral("Name"), QStringLiteral("x") } });
     {
-        TableJoin join(orders.byInstr, {a.get(), b.get(), c.get()},
-                       {QStringLiteral("Price"), QStringLiteral("Name"), QStringLiteral("Missing")},
-                       false);
-        EXPECT_EQ(orders.columns(), QStringList({"Id", "Instr", "Price", "C_Price", "Price_",
-                                                 "B_Price", "Name", "Price2", "Name_"}));
+        TableJoin join(orders.byInstr, { a.get(), b.get(), c.get() },
+            { QStringLiteral("Price"), QStringLiteral("Name"), QStringLiteral("Missing") }, false);
+        EXPECT_EQ(orders.columns(),
+            QStringList({ "Id", "Instr", "Price", "C_Price", "Price_", "B_Price", "Name", "Price2",
+                "Name_" }));
         EXPECT_TRUE(orders.table->columnDef(QStringLiteral("Price_")).nullable);
         const QVariant null;
-        EXPECT_EQ(QVariantList({orders.at(1, "Price_"), orders.at(3, "Price_"),
-                                orders.at(3, "B_Price"), orders.at(3, "Name"),
-                                orders.at(1, "B_Price"), orders.at(4, "Price_")}),
-                  QVariantList({10, 20, 5, QStringLiteral("x"), null, null}));
+        EXPECT_EQ(
+            QVariantList({ orders.at(1, "Price_"), orders.at(3, "Price_"), orders.at(3, "B_Price"),
+                orders.at(3, "Name"), orders.at(1, "B_Price"), orders.at(4, "Price_") }),
+            QVariantList({ 10, 20, 5, QStringLiteral("x"), null, null }));
 
         // A row appended outside a transaction is looked up too.
         Record row(orders.table.get());
@@ -103,10 +107,10 @@ TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
         EXPECT_EQ(TableJoin::table(join.dependentIndexes().at(2)), orders.table.get());
         EXPECT_EQ(TableJoin::table(join.mainIndex()), orders.table.get());
         EXPECT_EQ(TableJoin::table(orders.byInstr), nullptr);
-        EXPECT_EQ(b->indexes(), QList<Index *>({join.dependentIndexes().at(1)}));
+        EXPECT_EQ(b->indexes(), QList<Index *>({ join.dependentIndexes().at(1) }));
     }
     EXPECT_TRUE(b->indexes().isEmpty());
-    EXPECT_EQ(orders.table->indexes(), QList<Index *>({orders.byInstr}));
+    EXPECT_EQ(orders.table->indexes(), QList<Index *>({ orders.byInstr }));
     setPrice(b.get(), 2, 6);
     EXPECT_EQ(orders.at(3, "B_Price"), QVariant(5));
 }
@@ -116,10 +120,10 @@ TEST(TableJoin, RegistersWithTheHostOnlyWhenAsked)
     TestAppHub hub;
     Orders orders;
     auto deps = instruments();
-    TableJoin silent(orders.byInstr, {deps.get()}, PriceOnly, false);
+    TableJoin silent(orders.byInstr, { deps.get() }, PriceOnly, false);
     EXPECT_TRUE(hub.joins.isEmpty());
-    TableJoin told(orders.byInstr, {deps.get()}, PriceOnly, true);
-    EXPECT_EQ(hub.joins, QList<TableJoin *>({&told}));
+    TableJoin told(orders.byInstr, { deps.get() }, PriceOnly, true);
+    EXPECT_EQ(hub.joins, QList<TableJoin *>({ &told }));
 }
 
 // Each refusal names what is involved and leaves both tables as they were.
@@ -131,28 +135,31 @@ TEST(TableJoin, BadInputIsRefusedBeforeAnythingChanges)
         std::function<void(Orders &, Table *)> join;
         QStringList mentions;
     };
-    auto keyless = makeTable("Quotes", {{"Code", FieldType::Integer}, {"Price", FieldType::Integer}},
-                             {QStringLiteral("Code")});
+    auto keyless
+        = makeTable("Quotes", { { "Code", FieldType::Integer }, { "Price", FieldType::Integer } },
+            { QStringLiteral("Code") });
     const Case cases[] = {
-        {"missing key column",
-         [&](Orders &o, Table *) { TableJoin(o.byInstr, {keyless.get()}, PriceOnly, false); },
-         {"Quotes", "Instr", "Orders"}},
-        {"dependent given twice",
-         [](Orders &o, Table *dep) { TableJoin(o.byInstr, {dep, dep}, PriceOnly, false); },
-         {"Instruments", "twice"}},
-        {"table joined to itself",
-         [](Orders &o, Table *) { TableJoin(o.byInstr, {o.table.get()}, PriceOnly, false); },
-         {"Orders", "own dependent"}},
-        {"name differing only in case",
-         [](Orders &o, Table *dep) {
-             dep->addColumn(QStringLiteral("QTY"), FieldType::Integer);
-             TableJoin(o.byInstr, {dep}, {QStringLiteral("QTY")}, false);
-         },
-         {"QTY", "Orders", "already exists"}},
+        { "missing key column",
+            [&](Orders &o, Table *) { TableJoin(o.byInstr, { keyless.get() }, PriceOnly, false); },
+            { "Quotes", "Instr", "Orders" } },
+        { "dependent given twice",
+            [](Orders &o, Table *dep) {
+                TableJoin(o.byInstr, { dep, dep }, PriceOnly, false);
+            },
+            { "Instruments", "twice" } },
+        { "table joined to itself",
+            [](Orders &o, Table *) { TableJoin(o.byInstr, { o.table.get() }, PriceOnly, false); },
+            { "Orders", "own dependent" } },
+        { "name differing only in case",
+            [](Orders &o, Table *dep) {
+                dep->addColumn(QStringLiteral("QTY"), FieldType::Integer);
+                TableJoin(o.byInstr, { dep }, { QStringLiteral("QTY") }, false);
+            },
+            { "QTY", "Orders", "already exists" } },
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        Orders orders({{"Qty", FieldType::Integer}});
+        Orders orders({ { "Qty", FieldType::Integer } });
         auto dep = instruments();
         orders.add(1, 7);
         setPrice(dep.get(), 7, 1);
@@ -168,7 +175,7 @@ TEST(TableJoin, BadInputIsRefusedBeforeAnythingChanges)
         for (const QString &word : c.mentions)
             EXPECT_TRUE(message.contains(word)) << message.toStdString();
         EXPECT_EQ(orders.columns(), columns);
-        EXPECT_EQ(orders.table->indexes(), QList<Index *>({orders.byInstr}));
+        EXPECT_EQ(orders.table->indexes(), QList<Index *>({ orders.byInstr }));
         EXPECT_TRUE(dep->indexes().isEmpty());
         orders.add(2, 7);
         setPrice(dep.get(), 7, 2);
@@ -185,16 +192,19 @@ TEST(TableJoin, JoinSetUpTwiceKeepsBothUpToDate)
     auto deps = instruments();
     orders.add(1, 7);
     setPrice(deps.get(), 7, 1);
-    std::unique_ptr<TableJoin> first(new TableJoin(orders.byInstr, {deps.get()}, PriceOnly, false));
-    TableJoin second(orders.byInstr, {deps.get()}, PriceOnly, false);
+    std::unique_ptr<TableJoin> first(
+        new TableJoin(orders.byInstr, { deps.get() }, PriceOnly, false));
+    TableJoin second(orders.byInstr, { deps.get() }, PriceOnly, false);
     EXPECT_EQ(orders.at(1, "Price_"), QVariant(1));
     setPrice(deps.get(), 7, 2);
     orders.add(2, 7);
-    for (const char *column : {"Price", "Price_"})
-        EXPECT_EQ(QVariantList({orders.at(1, column), orders.at(2, column)}), QVariantList({2, 2}));
+    for (const char *column : { "Price", "Price_" })
+        EXPECT_EQ(
+            QVariantList({ orders.at(1, column), orders.at(2, column) }), QVariantList({ 2, 2 }));
     first.reset();
     setPrice(deps.get(), 7, 3);
-    EXPECT_EQ(QVariantList({orders.at(1, "Price"), orders.at(1, "Price_")}), QVariantList({2, 3}));
+    EXPECT_EQ(
+        QVariantList({ orders.at(1, "Price"), orders.at(1, "Price_") }), QVariantList({ 2, 3 }));
 }
 
 // A dependent table destroyed first: its copies become null, the join goes on
@@ -203,25 +213,26 @@ TEST(TableJoin, TablesDestroyedBeforeTheJoinLeaveTheRestUsable)
 {
     Orders orders;
     auto gone = instruments("Gone");
-    auto kept = makeTable("Kept", {{"Instr", FieldType::Integer}, {"Limit", FieldType::Integer}},
-                          {QStringLiteral("Instr")});
+    auto kept
+        = makeTable("Kept", { { "Instr", FieldType::Integer }, { "Limit", FieldType::Integer } },
+            { QStringLiteral("Instr") });
     orders.add(1, 7);
     setPrice(gone.get(), 7, 5);
-    put(kept.get(), 7, {{QStringLiteral("Limit"), 9}});
-    std::unique_ptr<TableJoin> join(new TableJoin(
-        orders.byInstr, {gone.get(), kept.get()}, {QStringLiteral("Price"), QStringLiteral("Limit")}, false));
+    put(kept.get(), 7, { { QStringLiteral("Limit"), 9 } });
+    std::unique_ptr<TableJoin> join(new TableJoin(orders.byInstr, { gone.get(), kept.get() },
+        { QStringLiteral("Price"), QStringLiteral("Limit") }, false));
     EXPECT_EQ(orders.at(1, "Price"), QVariant(5));
     gone.reset();
     orders.add(2, 7);
-    put(kept.get(), 7, {{QStringLiteral("Limit"), 10}});
-    EXPECT_EQ(QVariantList({orders.at(1, "Price"), orders.at(2, "Price"), orders.at(1, "Limit"),
-                            orders.at(2, "Limit")}),
-              QVariantList({QVariant(), QVariant(), 10, 10}));
+    put(kept.get(), 7, { { QStringLiteral("Limit"), 10 } });
+    EXPECT_EQ(QVariantList({ orders.at(1, "Price"), orders.at(2, "Price"), orders.at(1, "Limit"),
+                  orders.at(2, "Limit") }),
+        QVariantList({ QVariant(), QVariant(), 10, 10 }));
 
     orders.table.reset();
     EXPECT_EQ(join->table(), nullptr);
     EXPECT_TRUE(kept->indexes().isEmpty());
-    put(kept.get(), 7, {{QStringLiteral("Limit"), 11}});
-    put(kept.get(), 8, {{QStringLiteral("Limit"), 12}});
+    put(kept.get(), 7, { { QStringLiteral("Limit"), 11 } });
+    put(kept.get(), 8, { { QStringLiteral("Limit"), 12 } });
     EXPECT_EQ(kept->rowCount(), 2);
 }
