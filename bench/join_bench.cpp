@@ -139,7 +139,8 @@ void BM_JoinLookUps(benchmark::State &state)
         rows.append(*it);
     const QVector<Col> mapping { { 1, 0 } }; // orders' Instr from the instrument's
     for (auto _ : state) {
-        const RecordsRanges ranges = rangesOf(rows, rows, f.byInstr, &mapping);
+        const RecordsRanges ranges = rangesOf(
+            rows, rows, f.byInstr, &mapping, state.range(0) ? JoinParallelFrom : INT_MAX);
         benchmark::DoNotOptimize(ranges.count());
     }
     state.SetItemsProcessed(state.iterations() * rows.size());
@@ -167,7 +168,7 @@ BENCHMARK(BM_PriceUpdate)->Arg(0)->ArgName("join")->Unit(benchmark::kMillisecond
 BENCHMARK(BM_RangesOf)->Arg(0)->Arg(1)->ArgName("pool")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PriceUpdate)->Arg(1)->ArgName("join")->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_JoinCellsAlone)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_JoinLookUps)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_JoinLookUps)->Arg(0)->Arg(1)->ArgName("pool")->Unit(benchmark::kMillisecond);
 
 void ratios(RatioReporter &reporter)
 {
@@ -178,8 +179,10 @@ void ratios(RatioReporter &reporter)
         "BM_JoinCellsAlone/iterations:3");
     reporter.addRatio("join cells alone / without", "BM_JoinCellsAlone/iterations:3",
         "BM_PriceUpdate/join:0/iterations:3");
-    reporter.addRatio(
-        "join look-ups alone / without", "BM_JoinLookUps", "BM_PriceUpdate/join:0/iterations:3");
+    reporter.addRatio("join look-ups alone, one thread / without", "BM_JoinLookUps/pool:0",
+        "BM_PriceUpdate/join:0/iterations:3");
+    reporter.addRatio("join look-ups alone, pool / without", "BM_JoinLookUps/pool:1",
+        "BM_PriceUpdate/join:0/iterations:3");
     reporter.addRatio("range search, one thread / pool, 100,000 rows (>= 1.5)",
         "BM_RangesOf/pool:0", "BM_RangesOf/pool:1");
 }
