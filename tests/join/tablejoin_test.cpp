@@ -236,3 +236,54 @@ TEST(TableJoin, TablesDestroyedBeforeTheJoinLeaveTheRestUsable)
     put(kept.get(), 8, { { QStringLiteral("Limit"), 12 } });
     EXPECT_EQ(kept->rowCount(), 2);
 }
+
+namespace {
+
+// A key index in its table's list that passes every call on to the indexes
+// attached to it.
+class IndexDependKey : public ExactKeyIndex, public IndexDependBase
+{
+public:
+    IndexDependKey(Table *table, const QStringList &key)
+        : ExactKeyIndex(table, key)
+        , IndexDependBase(this)
+    {
+        table->addIndex(this);
+        ExactKeyIndex::build();
+    }
+    ~IndexDependKey() override { table()->removeIndex(this); }
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+        const QList<Record> &inserted, const QList<Record> &changed) override
+    {
+        IndexDependBase::preprocess(removed, updated, first, last, inserted, changed);
+    }
+    void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+        const QList<Record> &inserted) override
+    {
+        ExactKeyIndex::process(removed, updated, first, last, inserted);
+        IndexDependBase::process(removed, updated, first, last, inserted);
+    }
+    QString getClassName() const override { return QStringLiteral("IndexDependKey"); }
+};
+
+} // namespace
+
+TEST(TableJoin, AttachesAsDependentIndexesOfKeyIndexes)
+{
+    Orders orders;
+    auto deps = instruments();
+    setPrice(deps.get(), 7, 1);
+    IndexDependKey byInstr(orders.table.get(), { QStringLiteral("Instr") });
+    IndexDependKey depKey(deps.get(), { QStringLiteral("Instr") });
+    {
+        TableJoin join(&byInstr, { &depKey }, PriceOnly, false);
+        EXPECT_EQ(byInstr.dependentIndexes(), QList<Index *>({ join.mainIndex() }));
+        EXPECT_EQ(depKey.dependentIndexes(), QList<Index *>({ join.dependentIndexes().first() }));
+        orders.add(1, 7);
+        EXPECT_EQ(orders.at(1, "Price"), QVariant(1));
+        setPrice(deps.get(), 7, 2);
+        EXPECT_EQ(orders.at(1, "Price"), QVariant(2));
+    }
+    EXPECT_TRUE(byInstr.dependentIndexes().isEmpty());
+    EXPECT_TRUE(depKey.dependentIndexes().isEmpty());
+}
