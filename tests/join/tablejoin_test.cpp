@@ -96,17 +96,15 @@ TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
         orders.table->appendRow(row.pointer());
         EXPECT_EQ(orders.at(5, "Name"), QVariant(QStringLiteral("x")));
 
-        bool isDependent = false;
-        EXPECT_TRUE(TableJoin::isJoinIndex(join.dependentIndexes().at(1), &isDependent));
-        EXPECT_TRUE(isDependent);
-        EXPECT_TRUE(TableJoin::isJoinIndex(join.mainIndex(), &isDependent));
-        EXPECT_FALSE(isDependent);
-        isDependent = true;
-        EXPECT_FALSE(TableJoin::isJoinIndex(orders.byInstr, &isDependent));
-        EXPECT_TRUE(isDependent);
-        EXPECT_EQ(TableJoin::table(join.dependentIndexes().at(2)), orders.table.get());
-        EXPECT_EQ(TableJoin::table(join.mainIndex()), orders.table.get());
-        EXPECT_EQ(TableJoin::table(orders.byInstr), nullptr);
+        // Which kind, and whose table; another index leaves the flag alone.
+        bool dep[3] = { false, true, true };
+        EXPECT_EQ(QList<bool>({ TableJoin::isJoinIndex(join.dependentIndexes().at(1), &dep[0]),
+                      TableJoin::isJoinIndex(join.mainIndex(), &dep[1]),
+                      TableJoin::isJoinIndex(orders.byInstr, &dep[2]), dep[0], dep[1], dep[2] }),
+            QList<bool>({ true, true, false, true, false, true }));
+        EXPECT_EQ(QList<Table *>({ TableJoin::table(join.dependentIndexes().at(2)),
+                      TableJoin::table(join.mainIndex()), TableJoin::table(orders.byInstr) }),
+            QList<Table *>({ orders.table.get(), orders.table.get(), nullptr }));
         EXPECT_EQ(b->indexes(), QList<Index *>({ join.dependentIndexes().at(1) }));
     }
     EXPECT_TRUE(b->indexes().isEmpty());
