@@ -15,6 +15,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <QtConcurrent/QtConcurrentMap>
+
+#include <algorithm>
 #include <climits>
 #include <memory>
 
@@ -162,8 +165,30 @@ void BM_RangesOf(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * rows.size());
 }
 
+// The ceiling of the ratio above on this machine at this moment: the same
+// pure arithmetic in 32 pieces on the pool and on the calling thread. Other
+// work on the machine shows here first.
+void BM_PoolCeiling(benchmark::State &state)
+{
+    QVector<quint64> pieces(32);
+    auto work = [](quint64 &piece) {
+        quint64 x = piece;
+        for (int i = 0; i < 2000000; ++i)
+            x = x * 6364136223846793005ULL + 1442695040888963407ULL;
+        piece = x;
+    };
+    for (auto _ : state) {
+        if (state.range(0))
+            QtConcurrent::blockingMap(pieces, work);
+        else
+            std::for_each(pieces.begin(), pieces.end(), work);
+        benchmark::DoNotOptimize(pieces.data());
+    }
+}
+
 } // namespace
 
+BENCHMARK(BM_PoolCeiling)->Arg(0)->Arg(1)->ArgName("pool")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PriceUpdate)->Arg(0)->ArgName("join")->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_RangesOf)->Arg(0)->Arg(1)->ArgName("pool")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PriceUpdate)->Arg(1)->ArgName("join")->Unit(benchmark::kMillisecond)->Iterations(3);
@@ -183,6 +208,8 @@ void ratios(RatioReporter &reporter)
         "BM_PriceUpdate/join:0/iterations:3");
     reporter.addRatio("join look-ups alone, pool / without", "BM_JoinLookUps/pool:1",
         "BM_PriceUpdate/join:0/iterations:3");
+    reporter.addRatio(
+        "pool ceiling now, one thread / pool", "BM_PoolCeiling/pool:0", "BM_PoolCeiling/pool:1");
     reporter.addRatio("range search, one thread / pool, 100,000 rows (>= 1.5)",
         "BM_RangesOf/pool:0", "BM_RangesOf/pool:1");
 }
