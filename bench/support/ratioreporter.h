@@ -14,11 +14,12 @@
 class RatioReporter : public benchmark::ConsoleReporter
 {
 public:
-    // Prints time(numerator) / time(denominator) under `label`.
+    // Prints time(numerator) / time(denominator) under `label`; with
+    // `subtrahend`, (time(numerator) - time(subtrahend)) / time(denominator).
     void addRatio(const std::string &label, const std::string &numerator,
-                  const std::string &denominator)
+                  const std::string &denominator, const std::string &subtrahend = std::string())
     {
-        m_ratios.push_back({ label, numerator, denominator });
+        m_ratios.push_back({ label, numerator, denominator, subtrahend });
     }
 
     void ReportRuns(const std::vector<Run> &runs) override
@@ -35,11 +36,14 @@ public:
         for (const Ratio &r : m_ratios) {
             const auto n = m_times.find(r.numerator);
             const auto d = m_times.find(r.denominator);
-            if (n == m_times.end() || d == m_times.end() || d->second <= 0) {
+            const auto s = m_times.find(r.subtrahend);
+            if (n == m_times.end() || d == m_times.end() || d->second <= 0
+                || (!r.subtrahend.empty() && s == m_times.end())) {
                 std::printf("  %-60s n/a\n", r.label.c_str());
                 continue;
             }
-            std::printf("  %-60s %.2f\n", r.label.c_str(), n->second / d->second);
+            const double minus = r.subtrahend.empty() ? 0.0 : s->second;
+            std::printf("  %-60s %.2f\n", r.label.c_str(), (n->second - minus) / d->second);
         }
     }
 
@@ -49,6 +53,7 @@ private:
         std::string label;
         std::string numerator;
         std::string denominator;
+        std::string subtrahend;
     };
     std::vector<Ratio> m_ratios;
     std::map<std::string, double> m_times;

@@ -27,7 +27,7 @@ inline bool operator==(const Col &a, const Col &b)
 inline QVector<Col> sortedBySource(QVector<Col> columns)
 {
     std::stable_sort(columns.begin(), columns.end(),
-                     [](const Col &a, const Col &b) { return a.source < b.source; });
+        [](const Col &a, const Col &b) { return a.source < b.source; });
     return columns;
 }
 

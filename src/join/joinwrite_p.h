@@ -14,7 +14,7 @@ namespace JoinWrite {
 // for the join row of its key: a fresh join row is filled with the key from
 // `keySource` by `mainToDep` and looked up instead.
 inline RecordUpdater open(RecordsTrans &trans, const Record &target, const Record &keySource,
-                          const QVector<Col> &mainToDep)
+    const QVector<Col> &mainToDep)
 {
     Table *table = trans.table();
     if (Table::tablePtr(target.rowPtr()) == table)

@@ -25,6 +25,25 @@ inline int pieceBegin(int i, int pieces, int count)
     return int(qint64(i) * count / pieces);
 }
 
+// One work item per piece of [0, count), made by make(begin, end, isLast).
+template <typename Item, typename Make>
+std::vector<std::unique_ptr<Item>> cut(int count, const Make &make)
+{
+    const int pieces = pieceCount(count);
+    std::vector<std::unique_ptr<Item>> items;
+    for (int i = 0; i < pieces; ++i)
+        items.emplace_back(new Item(
+            make(pieceBegin(i, pieces, count), pieceBegin(i + 1, pieces, count), i == pieces - 1)));
+    return items;
+}
+
+// The iterator at `position`; the last piece ends at the list's real end.
+template <typename List>
+typename List::const_iterator endOf(const List &list, int position, bool isLast)
+{
+    return isLast ? list.cend() : list.cbegin() + position;
+}
+
 // Runs work(*item) for every item on Qt's global pool, the caller waiting
 // until all have ended. Results come back in the order of finishing.
 template <typename Result, typename Item, typename Work>

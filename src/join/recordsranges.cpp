@@ -46,8 +46,8 @@ struct Hits
 
     static RecordsRanges collect(QVector<Hit> &hits)
     {
-        std::stable_sort(hits.begin(), hits.end(),
-                         [](const Hit &a, const Hit &b) { return *a.row < *b.row; });
+        std::stable_sort(
+            hits.begin(), hits.end(), [](const Hit &a, const Hit &b) { return *a.row < *b.row; });
         RecordsRanges out;
         out.reserve(hits.size());
         for (const Hit &hit : qAsConst(hits)) {
@@ -96,7 +96,7 @@ RecordsRanges findRanges(const FindRangesItem &item)
     QVector<Hits::Hit> hits;
     hits.reserve(found.size());
     for (int i = 0; i < found.size(); ++i)
-        hits.append({&found.at(i), &sets.at(i)});
+        hits.append({ &found.at(i), &sets.at(i) });
     return Hits::collect(hits);
 }
 
@@ -136,7 +136,7 @@ RecordsRanges::RecordsRanges(int count, const QVector<RecordsRanges> &pieces)
     hits.reserve(total);
     for (const RecordsRanges &piece : pieces) {
         for (int i = 0; i < piece.count(); ++i)
-            hits.append({&piece.records.at(i), &piece.ranges.at(i)});
+            hits.append({ &piece.records.at(i), &piece.ranges.at(i) });
     }
     *this = Hits::collect(hits);
     reserve(count);
@@ -162,8 +162,8 @@ int RecordsRanges::indexOf(const Record &record) const
 
 void RecordsRanges::add(const Record &record, const RangeSet<int> &set)
 {
-    const int at = int(std::lower_bound(records.cbegin(), records.cend(), record, byAddress)
-                       - records.cbegin());
+    const int at = int(
+        std::lower_bound(records.cbegin(), records.cend(), record, byAddress) - records.cbegin());
     if (at < records.size() && records.at(at) == record) {
         unite(ranges[at], set);
     } else {
@@ -209,12 +209,12 @@ void RecordsRanges::merge(const RecordsRanges &other)
 }
 
 RecordsRanges rangesOf(const QList<Record> &rows, const QList<Record> &keyRows,
-                       const IndexSort *index, const QVector<Col> *keyMapping, int parallelFrom)
+    const IndexSort *index, const QVector<Col> *keyMapping, int parallelFrom)
 {
     const int count = qMin(rows.size(), keyRows.size());
     if (count < parallelFrom || count < 2)
-        return findRanges(FindRangesItem(rows.cbegin(), rows.cend(), keyRows.cbegin(),
-                                         keyRows.cend(), index, keyMapping));
+        return findRanges(FindRangesItem(
+            rows.cbegin(), rows.cend(), keyRows.cbegin(), keyRows.cend(), index, keyMapping));
 
     // A String key cell writes through the table's string pool, which is made
     // on first use: make it here, before several threads could race for it.
@@ -226,20 +226,12 @@ RecordsRanges rangesOf(const QList<Record> &rows, const QList<Record> &keyRows,
         }
     }
 
-    const int pieces = JoinParallel::pieceCount(count);
-    std::vector<std::unique_ptr<FindRangesItem>> items;
-    for (int i = 0; i < pieces; ++i) {
-        const int b = JoinParallel::pieceBegin(i, pieces, count);
-        const int e = JoinParallel::pieceBegin(i + 1, pieces, count);
-        const bool last = i == pieces - 1;
-        items.emplace_back(new FindRangesItem(rows.cbegin() + b,
-                                              last ? rows.cend() : rows.cbegin() + e,
-                                              keyRows.cbegin() + b,
-                                              last ? keyRows.cend() : keyRows.cbegin() + e,
-                                              index, keyMapping));
-    }
-    return RecordsRanges(count,
-                         JoinParallel::runOnPool<RecordsRanges>(items, &findRanges));
+    using JoinParallel::endOf;
+    const auto items = JoinParallel::cut<FindRangesItem>(count, [&](int b, int e, bool last) {
+        return FindRangesItem(rows.cbegin() + b, endOf(rows, e, last), keyRows.cbegin() + b,
+            endOf(keyRows, e, last), index, keyMapping);
+    });
+    return RecordsRanges(count, JoinParallel::runOnPool<RecordsRanges>(items, &findRanges));
 }
 
 RecordsRanges subtract(const RecordsRanges &from, const RecordsRanges &other, int parallelFrom)
@@ -247,40 +239,27 @@ RecordsRanges subtract(const RecordsRanges &from, const RecordsRanges &other, in
     const int count = qMin(from.records.size(), from.ranges.size());
     if (count < parallelFrom || count < 2)
         return subtractRanges(SubtractRangesItem(from.records.cbegin(), from.records.cend(),
-                                                 from.ranges.cbegin(), from.ranges.cend(),
-                                                 &other));
-    const int pieces = JoinParallel::pieceCount(count);
-    std::vector<std::unique_ptr<SubtractRangesItem>> items;
-    for (int i = 0; i < pieces; ++i) {
-        const int b = JoinParallel::pieceBegin(i, pieces, count);
-        const int e = JoinParallel::pieceBegin(i + 1, pieces, count);
-        const bool last = i == pieces - 1;
-        items.emplace_back(new SubtractRangesItem(
-            from.records.cbegin() + b, last ? from.records.cend() : from.records.cbegin() + e,
-            from.ranges.cbegin() + b, last ? from.ranges.cend() : from.ranges.cbegin() + e,
-            &other));
-    }
-    return RecordsRanges(count,
-                         JoinParallel::runOnPool<RecordsRanges>(items, &subtractRanges));
+            from.ranges.cbegin(), from.ranges.cend(), &other));
+    using JoinParallel::endOf;
+    const auto items = JoinParallel::cut<SubtractRangesItem>(count, [&](int b, int e, bool last) {
+        return SubtractRangesItem(from.records.cbegin() + b, endOf(from.records, e, last),
+            from.ranges.cbegin() + b, endOf(from.ranges, e, last), &other);
+    });
+    return RecordsRanges(count, JoinParallel::runOnPool<RecordsRanges>(items, &subtractRanges));
 }
 
 QList<Record> changedKeyRows(const TableJoinMain *join, const QList<Record> &updated,
-                             const QList<Record> &changed, int parallelFrom)
+    const QList<Record> &changed, int parallelFrom)
 {
     const int count = qMin(updated.size(), changed.size());
     if (count < parallelFrom || count < 2)
-        return join->changedKeys(ChangedKeysItem(updated.cbegin(), updated.cend(),
-                                                 changed.cbegin(), changed.cend()));
-    const int pieces = JoinParallel::pieceCount(count);
-    std::vector<std::unique_ptr<ChangedKeysItem>> items;
-    for (int i = 0; i < pieces; ++i) {
-        const int b = JoinParallel::pieceBegin(i, pieces, count);
-        const int e = JoinParallel::pieceBegin(i + 1, pieces, count);
-        const bool last = i == pieces - 1;
-        items.emplace_back(new ChangedKeysItem(
-            updated.cbegin() + b, last ? updated.cend() : updated.cbegin() + e,
-            changed.cbegin() + b, last ? changed.cend() : changed.cbegin() + e));
-    }
+        return join->changedKeys(
+            ChangedKeysItem(updated.cbegin(), updated.cend(), changed.cbegin(), changed.cend()));
+    using JoinParallel::endOf;
+    const auto items = JoinParallel::cut<ChangedKeysItem>(count, [&](int b, int e, bool last) {
+        return ChangedKeysItem(updated.cbegin() + b, endOf(updated, e, last), changed.cbegin() + b,
+            endOf(changed, e, last));
+    });
     const QVector<QList<Record>> parts = JoinParallel::runOnPool<QList<Record>>(
         items, [join](const ChangedKeysItem &item) { return join->changedKeys(item); });
     QList<Record> out;

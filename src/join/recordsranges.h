@@ -46,16 +46,16 @@ constexpr int JoinParallelFrom = 513;
 
 // Work items: one piece of the lists, as iterators.
 typedef std::tuple<QList<Record>::const_iterator, QList<Record>::const_iterator,
-                   QList<Record>::const_iterator, QList<Record>::const_iterator,
-                   const IndexSort *, const QVector<Col> *>
+    QList<Record>::const_iterator, QList<Record>::const_iterator, const IndexSort *,
+    const QVector<Col> *>
     FindRangesItem;
 typedef std::tuple<QList<Record>::const_iterator, QList<Record>::const_iterator,
-                   QList<RangeSet<int>>::const_iterator, QList<RangeSet<int>>::const_iterator,
-                   const RecordsRanges *>
+    QList<RangeSet<int>>::const_iterator, QList<RangeSet<int>>::const_iterator,
+    const RecordsRanges *>
     SubtractRangesItem;
 // New rows, then old rows.
 typedef std::tuple<QList<Record>::const_iterator, QList<Record>::const_iterator,
-                   QList<Record>::const_iterator, QList<Record>::const_iterator>
+    QList<Record>::const_iterator, QList<Record>::const_iterator>
     ChangedKeysItem;
 
 // For each pair of `rows` and `keyRows` (walked in step): a key row of
@@ -67,20 +67,17 @@ typedef std::tuple<QList<Record>::const_iterator, QList<Record>::const_iterator,
 // REQUIRES: `index` does not change during the call; rows are only read.
 // Throws std::bad_alloc when no key row can be allocated.
 TABLEDB_EXPORT RecordsRanges rangesOf(const QList<Record> &rows, const QList<Record> &keyRows,
-                                      const IndexSort *index, const QVector<Col> *keyMapping,
-                                      int parallelFrom = JoinParallelFrom);
+    const IndexSort *index, const QVector<Col> *keyMapping, int parallelFrom = JoinParallelFrom);
 
 // `from` with, record by record, the positions that `other` holds for the same
 // row taken out. A row whose positions are all taken out stays, with an empty set.
-TABLEDB_EXPORT RecordsRanges subtract(const RecordsRanges &from, const RecordsRanges &other,
-                                      int parallelFrom = JoinParallelFrom);
+TABLEDB_EXPORT RecordsRanges subtract(
+    const RecordsRanges &from, const RecordsRanges &other, int parallelFrom = JoinParallelFrom);
 
 // The rows of `updated` of which some key column of `join` differs from the
 // row of `changed` at the same position: one entry per differing column. The
 // order is that of finishing pieces: nothing may rely on it.
-TABLEDB_EXPORT QList<Record> changedKeyRows(const TableJoinMain *join,
-                                            const QList<Record> &updated,
-                                            const QList<Record> &changed,
-                                            int parallelFrom = JoinParallelFrom);
+TABLEDB_EXPORT QList<Record> changedKeyRows(const TableJoinMain *join, const QList<Record> &updated,
+    const QList<Record> &changed, int parallelFrom = JoinParallelFrom);
 
 #endif // TABLEDB_JOIN_RECORDSRANGES_H

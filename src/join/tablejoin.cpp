@@ -17,8 +17,8 @@ QString freeName(const QString &name, const QString &depTableName, const QString
 {
     if (!used.contains(name))
         return name;
-    const QString candidates[] = {name + QLatin1Char('_'),
-                                  depTableName + QLatin1Char('_') + name};
+    const QString candidates[]
+        = { name + QLatin1Char('_'), depTableName + QLatin1Char('_') + name };
     for (const QString &candidate : candidates) {
         if (!used.contains(candidate))
             return candidate;
@@ -45,39 +45,39 @@ Exception joinError(const QString &message)
 
 } // namespace
 
-TableJoin::TableJoin(Table *main, const QList<Table *> &dependents,
-                     const QStringList &columnNames, bool registerJoin)
+TableJoin::TableJoin(Table *main, const QList<Table *> &dependents, const QStringList &columnNames,
+    bool registerJoin)
     : d_ptr(nullptr)
 {
     if (!main)
         throw joinError(QStringLiteral("no join table given"));
     init(main->masterIndex(), typeToMaster(dependents), columnNames, registerJoin, main, nullptr,
-         dependents, QList<IndexDependBase *>());
+        dependents, QList<IndexDependBase *>());
 }
 
 TableJoin::TableJoin(MasterIndex *main, const QList<Table *> &dependents,
-                     const QStringList &columnNames, bool registerJoin)
+    const QStringList &columnNames, bool registerJoin)
     : d_ptr(nullptr)
 {
     if (!main || !main->table())
         throw joinError(QStringLiteral("the key index belongs to no table"));
     init(main, typeToMaster(dependents), columnNames, registerJoin, main->table(), nullptr,
-         dependents, QList<IndexDependBase *>());
+        dependents, QList<IndexDependBase *>());
 }
 
 TableJoin::TableJoin(IndexDependBase *main, const QList<IndexDependBase *> &dependents,
-                     const QStringList &columnNames, bool registerJoin)
+    const QStringList &columnNames, bool registerJoin)
     : d_ptr(nullptr)
 {
     const QList<MasterIndex *> mains = typeToMaster(QList<IndexDependBase *>() << main);
     init(mains.first(), typeToMaster(dependents), columnNames, registerJoin, nullptr, main,
-         QList<Table *>(), dependents);
+        QList<Table *>(), dependents);
 }
 
 void TableJoin::init(MasterIndex *main, const QList<MasterIndex *> &dependents,
-                     const QStringList &columnNames, bool registerJoin, Table *mainTable,
-                     IndexDependBase *mainDepend, const QList<Table *> &depTables,
-                     const QList<IndexDependBase *> &depDepends)
+    const QStringList &columnNames, bool registerJoin, Table *mainTable,
+    IndexDependBase *mainDepend, const QList<Table *> &depTables,
+    const QList<IndexDependBase *> &depDepends)
 {
     check(main, dependents, columnNames);
     bool connected = false;
@@ -107,15 +107,15 @@ void TableJoin::init(MasterIndex *main, const QList<MasterIndex *> &dependents,
     }
 }
 
-void TableJoin::check(MasterIndex *main, const QList<MasterIndex *> &dependents,
-                      const QStringList &columnNames) const
+void TableJoin::check(
+    MasterIndex *main, const QList<MasterIndex *> &dependents, const QStringList &columnNames) const
 {
     if (!main || !main->table())
         throw joinError(QStringLiteral("the key index is not a master index of a table"));
     const Table *table = main->table();
     if (main->columns().isEmpty())
-        throw joinError(QStringLiteral("the key index of table '%1' has no key columns")
-                            .arg(table->name()));
+        throw joinError(
+            QStringLiteral("the key index of table '%1' has no key columns").arg(table->name()));
 
     QSet<const Table *> seen;
     QStringList used = columnNamesOf(table);
@@ -129,8 +129,8 @@ void TableJoin::check(MasterIndex *main, const QList<MasterIndex *> &dependents,
                                 .arg(table->name()));
         const Table *depTable = depMaster->table();
         if (depTable == table)
-            throw joinError(QStringLiteral("table '%1' can't be its own dependent")
-                                .arg(table->name()));
+            throw joinError(
+                QStringLiteral("table '%1' can't be its own dependent").arg(table->name()));
         if (seen.contains(depTable))
             throw joinError(QStringLiteral("table '%1' is given twice as a dependent of '%2'")
                                 .arg(depTable->name(), table->name()));
@@ -160,8 +160,8 @@ void TableJoin::check(MasterIndex *main, const QList<MasterIndex *> &dependents,
 }
 
 void TableJoin::setup(MasterIndex *main, const QList<MasterIndex *> &dependents,
-                      const QStringList &columnNames, bool registerJoin, Index **mainIndexOut,
-                      QList<Index *> *depIndexesOut)
+    const QStringList &columnNames, bool registerJoin, Index **mainIndexOut,
+    QList<Index *> *depIndexesOut)
 {
     d_ptr = new TableJoinPrivate;
     Q_D(TableJoin);
@@ -192,8 +192,8 @@ void TableJoin::setup(MasterIndex *main, const QList<MasterIndex *> &dependents,
         for (int key : keys) {
             const TableColumnDef &mainDef = table->columnDef(key);
             const int depNumber = depTable->columnIndex(mainDef.name);
-            dep->mainToDep.append(Col{mainDef.nullIndex, depNumber});
-            dep->depToMain.append(Col{depNumber, mainDef.nullIndex});
+            dep->mainToDep.append(Col { mainDef.nullIndex, depNumber });
+            dep->depToMain.append(Col { depNumber, mainDef.nullIndex });
         }
         dep->mainToDepSorted = sortedBySource(dep->mainToDep);
         dep->depToMainSorted = sortedBySource(dep->depToMain);
@@ -205,7 +205,7 @@ void TableJoin::setup(MasterIndex *main, const QList<MasterIndex *> &dependents,
             TableColumnDef def(table, depTable->columnDef(depNumber));
             def.name = newName;
             def.nullable = true;
-            dep->copyColumns.append(Col{table->columnCount(), depNumber});
+            dep->copyColumns.append(Col { table->columnCount(), depNumber });
             table->addColumn(def);
             usedNames.append(newName);
         }
@@ -285,8 +285,8 @@ void TableJoin::watchTables()
     for (const QSharedPointer<JoinDepInfo> &dep : qAsConst(d->deps))
         tables.insert(dep->depTable);
     for (Table *table : qAsConst(tables))
-        d->watches.append(QObject::connect(table, &QObject::destroyed,
-                                           [this](QObject *object) { tableDestroyed(object); }));
+        d->watches.append(QObject::connect(
+            table, &QObject::destroyed, [this](QObject *object) { tableDestroyed(object); }));
 }
 
 void TableJoin::tableDestroyed(QObject *object)

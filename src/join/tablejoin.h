@@ -42,16 +42,16 @@ class TABLEDB_EXPORT TableJoin
 public:
     // The key is the join table's master index.
     TableJoin(Table *main, const QList<Table *> &dependents, const QStringList &columnNames,
-              bool registerJoin = true);
+        bool registerJoin = true);
     // The key is `main`, a key index in the index list of the join table
     // (e.g. by instrument over orders keyed by order number); the join's
     // index goes behind it into that list.
-    TableJoin(MasterIndex *main, const QList<Table *> &dependents,
-              const QStringList &columnNames, bool registerJoin = true);
+    TableJoin(MasterIndex *main, const QList<Table *> &dependents, const QStringList &columnNames,
+        bool registerJoin = true);
     // Attached as dependent indexes: the keys are the base indexes, which
     // must be master indexes.
     TableJoin(IndexDependBase *main, const QList<IndexDependBase *> &dependents,
-              const QStringList &columnNames, bool registerJoin = true);
+        const QStringList &columnNames, bool registerJoin = true);
     // Throws, before anything has changed:
     // - Exception naming the tables and the column, when a dependent lacks a
     //   key column, a source is not a master index of a table, a table is
@@ -78,14 +78,14 @@ public:
 
 private:
     void init(MasterIndex *main, const QList<MasterIndex *> &dependents,
-              const QStringList &columnNames, bool registerJoin, Table *mainTable,
-              IndexDependBase *mainDepend, const QList<Table *> &depTables,
-              const QList<IndexDependBase *> &depDepends);
+        const QStringList &columnNames, bool registerJoin, Table *mainTable,
+        IndexDependBase *mainDepend, const QList<Table *> &depTables,
+        const QList<IndexDependBase *> &depDepends);
     void check(MasterIndex *main, const QList<MasterIndex *> &dependents,
-               const QStringList &columnNames) const;
+        const QStringList &columnNames) const;
     void setup(MasterIndex *main, const QList<MasterIndex *> &dependents,
-               const QStringList &columnNames, bool registerJoin, Index **mainIndexOut,
-               QList<Index *> *depIndexesOut);
+        const QStringList &columnNames, bool registerJoin, Index **mainIndexOut,
+        QList<Index *> *depIndexesOut);
     void setupIndex(Table *table, Index *index, bool isMain);
     void setupIndex(IndexDependBase *depend, Index *index, bool isMain);
     void build();

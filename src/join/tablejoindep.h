@@ -29,11 +29,10 @@ public:
     // Finds the join rows that the batch will null, refresh and fill, while
     // their positions in the join key's index are still those of the
     // dependent rows' old values.
-    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first,
-                    int last, const QList<Record> &inserted,
-                    const QList<Record> &changed) override;
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+        const QList<Record> &inserted, const QList<Record> &changed) override;
     void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
-                 const QList<Record> &inserted) override;
+        const QList<Record> &inserted) override;
     void remove(const Record &record, int index) override; // the hint is ignored
     bool filter(const Record &record) const override; // true
     bool contains(const Record &record) const override; // false
@@ -58,7 +57,7 @@ public:
 private:
     enum Action { Null, Copy };
     void apply(RecordsTrans &trans, const RecordsRanges &ranges, const QVector<Col> &columns,
-               Action action) const;
+        Action action) const;
     // The single-row way: the join rows of `record`'s key, written in place.
     void applyRow(const Record &record, bool remove, int first, int last);
 

@@ -6,7 +6,8 @@
 #include "table/table.h"
 
 TableJoinMain::TableJoinMain(JoinMainInfo *info, const QVector<QSharedPointer<JoinDepInfo>> &deps)
-    : info(info), deps(deps)
+    : info(info)
+    , deps(deps)
 {
 }
 
@@ -51,7 +52,7 @@ QList<Record> TableJoinMain::changedKeys(const ChangedKeysItem &item) const
 }
 
 void TableJoinMain::preprocess(const QList<Record> &, const QList<Record> &updated, int first,
-                               int last, const QList<Record> &, const QList<Record> &changed)
+    int last, const QList<Record> &, const QList<Record> &changed)
 {
     if (!touchesKey(first, last))
         return;
@@ -59,7 +60,7 @@ void TableJoinMain::preprocess(const QList<Record> &, const QList<Record> &updat
 }
 
 void TableJoinMain::process(const QList<Record> &, const QList<Record> &, int first, int last,
-                            const QList<Record> &inserted)
+    const QList<Record> &inserted)
 {
     timer.restart();
     const bool keyTouched = touchesKey(first, last);
@@ -73,8 +74,8 @@ void TableJoinMain::process(const QList<Record> &, const QList<Record> &, int fi
             columnsToCopy = dep->copyColumnsSorted;
             pendingRanges = rangesOf(pending, pending, dep->depMaster, &dep->depToMain);
         }
-        const RecordsRanges insertedRanges =
-            rangesOf(inserted, inserted, dep->depMaster, &dep->depToMain);
+        const RecordsRanges insertedRanges
+            = rangesOf(inserted, inserted, dep->depMaster, &dep->depToMain);
         if (pendingRanges.isEmpty() && insertedRanges.isEmpty())
             continue;
 
@@ -89,8 +90,8 @@ void TableJoinMain::process(const QList<Record> &, const QList<Record> &, int fi
     m_nsecsElapsedTotal += timer.nsecsElapsed();
 }
 
-void TableJoinMain::apply(RecordsTrans &trans, const RecordsRanges &ranges,
-                          const JoinDepInfo &dep, const QVector<Col> &columns) const
+void TableJoinMain::apply(RecordsTrans &trans, const RecordsRanges &ranges, const JoinDepInfo &dep,
+    const QVector<Col> &columns) const
 {
     if (ranges.isEmpty() || columns.isEmpty())
         return;
@@ -100,10 +101,10 @@ void TableJoinMain::apply(RecordsTrans &trans, const RecordsRanges &ranges,
         const RangeSet<int> &set = ranges.ranges.at(i);
         for (int r = 0; r < set.rangeCount(); ++r) {
             // Several dependent rows of one key: the last one's values stay.
-            for (int p = set.rangeBegin(r); p < set.rangeEnd(r); ++p) {
-                const Record &source = *(depRows + p);
-                RecordUpdater updater = JoinWrite::open(trans, target, source, dep.mainToDep);
-                JoinWrite::copy(updater, source, columns);
+            auto source = depRows + set.rangeBegin(r);
+            for (int p = set.rangeBegin(r); p < set.rangeEnd(r); ++p, ++source) {
+                RecordUpdater updater = JoinWrite::open(trans, target, *source, dep.mainToDep);
+                JoinWrite::copy(updater, *source, columns);
             }
         }
     }

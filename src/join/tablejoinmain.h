@@ -29,13 +29,12 @@ public:
     void build() override;
     void add(const Record &record) override;
     // Notes the rows whose key columns change.
-    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first,
-                    int last, const QList<Record> &inserted,
-                    const QList<Record> &changed) override;
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+        const QList<Record> &inserted, const QList<Record> &changed) override;
     // Copies into the inserted rows and those noted by preprocess(); the
     // removed and updated lists themselves are not read.
     void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
-                 const QList<Record> &inserted) override;
+        const QList<Record> &inserted) override;
     // A removed join row takes its copies with it.
     void remove(const Record &record, int index) override;
     bool filter(const Record &record) const override; // true
@@ -54,7 +53,7 @@ private:
     // Whether [first, last] meets the span of the key columns.
     bool touchesKey(int first, int last) const;
     void apply(RecordsTrans &trans, const RecordsRanges &ranges, const JoinDepInfo &dep,
-               const QVector<Col> &columns) const;
+        const QVector<Col> &columns) const;
 
     JoinMainInfo *info; // not owned
     QVector<QSharedPointer<JoinDepInfo>> deps; // every dependent, in setup order

@@ -22,10 +22,13 @@ inline void PrintTo(const QVariant &v, std::ostream *os)
 class ExactKeyIndex : public MasterIndex_Column
 {
 public:
-    ExactKeyIndex(Table *table, const QStringList &columns) : MasterIndex_Column(table, columns) { }
+    ExactKeyIndex(Table *table, const QStringList &columns)
+        : MasterIndex_Column(table, columns)
+    {
+    }
 
     void process(const QList<Record> &removed, const QList<Record> &updated, int, int,
-                 const QList<Record> &inserted) override
+        const QList<Record> &inserted) override
     {
         // All out first, so that every insertion searches a sorted list.
         for (const Record &row : removed + updated)
@@ -42,8 +45,8 @@ struct ColumnSpec
 };
 
 // A table keyed (uniquely) by the named columns through a column master index.
-inline std::unique_ptr<Table> makeTable(const char *name, std::initializer_list<ColumnSpec> columns,
-                                        const QStringList &key)
+inline std::unique_ptr<Table> makeTable(
+    const char *name, std::initializer_list<ColumnSpec> columns, const QStringList &key)
 {
     std::unique_ptr<Table> table(new Table(QString::fromLatin1(name)));
     for (const ColumnSpec &c : columns)
@@ -77,13 +80,6 @@ inline void put(Table *table, int key, const QVariantMap &values)
         row.data(column) = it.value();
         trans.extendColumns(column, column);
     }
-}
-
-inline void drop(Table *table, int key)
-{
-    TableUpdater bracket(table);
-    RecordsTrans trans(table);
-    RecordUpdater(rowOf(table, key), trans).remove();
 }
 
 #endif // TABLEDB_TESTS_JOIN_JOINTESTSUPPORT_H

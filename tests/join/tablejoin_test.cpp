@@ -5,30 +5,41 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace {
+
+const QStringList PriceOnly { QStringLiteral("Price") };
 
 // Orders keyed by Id, joined by instrument through `byInstr`.
 struct Orders
 {
-    Orders(std::initializer_list<ColumnSpec> extra = {})
+    explicit Orders(std::initializer_list<ColumnSpec> extra = {})
+        : table(
+            makeTable("Orders", { { "Id", FieldType::Integer }, { "Instr", FieldType::Integer } },
+                { QStringLiteral("Id") }))
     {
-        table = makeTable("Orders", {{"Id", FieldType::Integer}, {"Instr", FieldType::Integer}},
-                          {QStringLiteral("Id")});
         for (const ColumnSpec &c : extra)
             table->addColumn(QString::fromLatin1(c.name), c.type);
-        byInstr = new ExactKeyIndex(table.get(), {QStringLiteral("Instr")});
-        table->addIndex(byInstr);
+        table->addIndex(byInstr = new ExactKeyIndex(table.get(), { QStringLiteral("Instr") }));
     }
     ~Orders()
     {
-        if (table)
+        if (table) // else its destructor has emptied byInstr
             table->removeIndex(byInstr);
         delete byInstr;
     }
-    void add(int id, int instr) { put(table.get(), id, {{QStringLiteral("Instr"), instr}}); }
+    void add(int id, int instr) { put(table.get(), id, { { QStringLiteral("Instr"), instr } }); }
     QVariant at(int id, const char *column) const
     {
         return cell(rowOf(table.get(), id), QString::fromLatin1(column));
+    }
+    QStringList columns() const
+    {
+        QStringList names;
+        for (const TableColumnDef *def : table->fieldDefs())
+            names.append(def->name);
+        return names;
     }
 
     std::unique_ptr<Table> table;
@@ -37,75 +48,68 @@ struct Orders
 
 std::unique_ptr<Table> instruments(const char *name = "Instruments")
 {
-    return makeTable(name, {{"Instr", FieldType::Integer}, {"Price", FieldType::Integer},
-                            {"Name", FieldType::String}},
-                     {QStringLiteral("Instr")});
+    return makeTable(name,
+        { { "Instr", FieldType::Integer }, { "Price", FieldType::Integer },
+            { "Name", FieldType::String } },
+        { QStringLiteral("Instr") });
 }
 
-QStringList columnNames(const Table *table)
+void setPrice(Table *table, int instr, int price)
 {
-    QStringList names;
-    for (const TableColumnDef *def : table->fieldDefs())
-        names.append(def->name);
-    return names;
+    put(table, instr, { { QStringLiteral("Price"), price } });
 }
 
 } // namespace
 
-// Names, nullability and the first fill from rows that were there before.
+// Names taken already give way, copies are nullable, present rows are filled,
+// and after the join the columns stay with their last values.
 TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
 {
-    Orders orders({{"Price", FieldType::Integer}, {"C_Price", FieldType::Integer}});
-    auto a = makeTable("A", {{"Instr", FieldType::Integer}}, {QStringLiteral("Instr")});
+    Orders orders({ { "Price", FieldType::Integer }, { "C_Price", FieldType::Integer } });
+    auto a = makeTable("A", { { "Instr", FieldType::Integer } }, { QStringLiteral("Instr") });
     a->addColumn(QStringLiteral("Price"), FieldType::Integer, 0, false);
     auto b = instruments("B");
     auto c = instruments("C");
     for (int id = 1; id <= 4; ++id)
-        orders.add(id, id == 1 ? 1 : id - 1);
-    put(a.get(), 1, {{QStringLiteral("Price"), 10}});
-    put(a.get(), 2, {{QStringLiteral("Price"), 20}});
-    put(b.get(), 2, {{QStringLiteral("Price"), 5}, {QStringLiteral("Name"), QStringLiteral("x")}});
-
+        orders.add(id, qMax(1, id - 1));
+    setPrice(a.get(), 1, 10);
+    setPrice(a.get(), 2, 20);
+    put(b.get(), 2,
+        { { QStringLiteral("Price"), 5 }, { QStringLiteral("Name"), QStringLiteral("x") } });
     {
-        TableJoin join(orders.byInstr, {a.get(), b.get(), c.get()},
-                       {QStringLiteral("Price"), QStringLiteral("Name"), QStringLiteral("Missing")},
-                       false);
-        EXPECT_EQ(columnNames(orders.table.get()),
-                  QStringList({"Id", "Instr", "Price", "C_Price", "Price_", "B_Price", "Name",
-                               "Price2", "Name_"}));
+        TableJoin join(orders.byInstr, { a.get(), b.get(), c.get() },
+            { QStringLiteral("Price"), QStringLiteral("Name"), QStringLiteral("Missing") }, false);
+        EXPECT_EQ(orders.columns(),
+            QStringList({ "Id", "Instr", "Price", "C_Price", "Price_", "B_Price", "Name", "Price2",
+                "Name_" }));
         EXPECT_TRUE(orders.table->columnDef(QStringLiteral("Price_")).nullable);
-        EXPECT_EQ(orders.at(1, "Price_"), QVariant(10));
-        EXPECT_EQ(orders.at(3, "Price_"), QVariant(20));
-        EXPECT_EQ(orders.at(3, "B_Price"), QVariant(5));
-        EXPECT_EQ(orders.at(3, "Name"), QVariant(QStringLiteral("x")));
-        EXPECT_EQ(orders.at(1, "B_Price"), QVariant());
-        EXPECT_EQ(orders.at(4, "Price_"), QVariant());
+        const QVariant null;
+        EXPECT_EQ(
+            QVariantList({ orders.at(1, "Price_"), orders.at(3, "Price_"), orders.at(3, "B_Price"),
+                orders.at(3, "Name"), orders.at(1, "B_Price"), orders.at(4, "Price_") }),
+            QVariantList({ 10, 20, 5, QStringLiteral("x"), null, null }));
 
-        // A main row appended outside a transaction finds its dependents too.
+        // A row appended outside a transaction is looked up too.
         Record row(orders.table.get());
         row.data(0) = 5;
         row.data(1) = 2;
         orders.table->appendRow(row.pointer());
         EXPECT_EQ(orders.at(5, "Name"), QVariant(QStringLiteral("x")));
 
-        bool isDependent = false;
-        EXPECT_TRUE(TableJoin::isJoinIndex(join.dependentIndexes().at(1), &isDependent));
-        EXPECT_TRUE(isDependent);
-        EXPECT_TRUE(TableJoin::isJoinIndex(join.mainIndex(), &isDependent));
-        EXPECT_FALSE(isDependent);
-        isDependent = true;
-        EXPECT_FALSE(TableJoin::isJoinIndex(orders.byInstr, &isDependent));
-        EXPECT_TRUE(isDependent);
-        EXPECT_EQ(TableJoin::table(join.dependentIndexes().at(2)), orders.table.get());
-        EXPECT_EQ(TableJoin::table(join.mainIndex()), orders.table.get());
-        EXPECT_EQ(TableJoin::table(orders.byInstr), nullptr);
-        EXPECT_EQ(b->indexes(), QList<Index *>({join.dependentIndexes().at(1)}));
+        // Which kind, and whose table; another index leaves the flag alone.
+        bool dep[3] = { false, true, true };
+        EXPECT_EQ(QList<bool>({ TableJoin::isJoinIndex(join.dependentIndexes().at(1), &dep[0]),
+                      TableJoin::isJoinIndex(join.mainIndex(), &dep[1]),
+                      TableJoin::isJoinIndex(orders.byInstr, &dep[2]), dep[0], dep[1], dep[2] }),
+            QList<bool>({ true, true, false, true, false, true }));
+        EXPECT_EQ(QList<Table *>({ TableJoin::table(join.dependentIndexes().at(2)),
+                      TableJoin::table(join.mainIndex()), TableJoin::table(orders.byInstr) }),
+            QList<Table *>({ orders.table.get(), orders.table.get(), nullptr }));
+        EXPECT_EQ(b->indexes(), QList<Index *>({ join.dependentIndexes().at(1) }));
     }
-
-    // The columns and their last values stay; nothing is maintained any more.
     EXPECT_TRUE(b->indexes().isEmpty());
-    EXPECT_EQ(orders.table->indexes(), QList<Index *>({orders.byInstr}));
-    put(b.get(), 2, {{QStringLiteral("Price"), 6}});
+    EXPECT_EQ(orders.table->indexes(), QList<Index *>({ orders.byInstr }));
+    setPrice(b.get(), 2, 6);
     EXPECT_EQ(orders.at(3, "B_Price"), QVariant(5));
 }
 
@@ -114,10 +118,10 @@ TEST(TableJoin, RegistersWithTheHostOnlyWhenAsked)
     TestAppHub hub;
     Orders orders;
     auto deps = instruments();
-    TableJoin silent(orders.byInstr, {deps.get()}, {QStringLiteral("Price")}, false);
+    TableJoin silent(orders.byInstr, { deps.get() }, PriceOnly, false);
     EXPECT_TRUE(hub.joins.isEmpty());
-    TableJoin told(orders.byInstr, {deps.get()}, {QStringLiteral("Name")}, true);
-    EXPECT_EQ(hub.joins, QList<TableJoin *>({&told}));
+    TableJoin told(orders.byInstr, { deps.get() }, PriceOnly, true);
+    EXPECT_EQ(hub.joins, QList<TableJoin *>({ &told }));
 }
 
 // Each refusal names what is involved and leaves both tables as they were.
@@ -129,36 +133,35 @@ TEST(TableJoin, BadInputIsRefusedBeforeAnythingChanges)
         std::function<void(Orders &, Table *)> join;
         QStringList mentions;
     };
-    const QStringList price{QStringLiteral("Price")};
+    auto keyless
+        = makeTable("Quotes", { { "Code", FieldType::Integer }, { "Price", FieldType::Integer } },
+            { QStringLiteral("Code") });
     const Case cases[] = {
-        {"missing key column",
-         [&](Orders &o, Table *) {
-             auto keyless = makeTable("Quotes", {{"Code", FieldType::Integer},
-                                                 {"Price", FieldType::Integer}},
-                                      {QStringLiteral("Code")});
-             TableJoin(o.byInstr, {keyless.get()}, price, false);
-         },
-         {"Quotes", "Instr", "Orders"}},
-        {"dependent given twice",
-         [&](Orders &o, Table *dep) { TableJoin(o.byInstr, {dep, dep}, price, false); },
-         {"Instruments", "twice"}},
-        {"table joined to itself",
-         [&](Orders &o, Table *) { TableJoin(o.byInstr, {o.table.get()}, price, false); },
-         {"Orders", "own dependent"}},
-        {"name differing only in case",
-         [&](Orders &o, Table *dep) {
-             dep->addColumn(QStringLiteral("QTY"), FieldType::Integer);
-             TableJoin(o.byInstr, {dep}, {QStringLiteral("QTY")}, false);
-         },
-         {"QTY", "Orders", "already exists"}},
+        { "missing key column",
+            [&](Orders &o, Table *) { TableJoin(o.byInstr, { keyless.get() }, PriceOnly, false); },
+            { "Quotes", "Instr", "Orders" } },
+        { "dependent given twice",
+            [](Orders &o, Table *dep) {
+                TableJoin(o.byInstr, { dep, dep }, PriceOnly, false);
+            },
+            { "Instruments", "twice" } },
+        { "table joined to itself",
+            [](Orders &o, Table *) { TableJoin(o.byInstr, { o.table.get() }, PriceOnly, false); },
+            { "Orders", "own dependent" } },
+        { "name differing only in case",
+            [](Orders &o, Table *dep) {
+                dep->addColumn(QStringLiteral("QTY"), FieldType::Integer);
+                TableJoin(o.byInstr, { dep }, { QStringLiteral("QTY") }, false);
+            },
+            { "QTY", "Orders", "already exists" } },
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        Orders orders({{"Qty", FieldType::Integer}});
+        Orders orders({ { "Qty", FieldType::Integer } });
         auto dep = instruments();
         orders.add(1, 7);
-        put(dep.get(), 7, {{QStringLiteral("Price"), 1}});
-        const QStringList columns = columnNames(orders.table.get());
+        setPrice(dep.get(), 7, 1);
+        const QStringList columns = orders.columns();
         QString message;
         try {
             c.join(orders, dep.get());
@@ -169,12 +172,11 @@ TEST(TableJoin, BadInputIsRefusedBeforeAnythingChanges)
         }
         for (const QString &word : c.mentions)
             EXPECT_TRUE(message.contains(word)) << message.toStdString();
-        EXPECT_EQ(columnNames(orders.table.get()), columns);
-        EXPECT_EQ(orders.table->indexes(), QList<Index *>({orders.byInstr}));
+        EXPECT_EQ(orders.columns(), columns);
+        EXPECT_EQ(orders.table->indexes(), QList<Index *>({ orders.byInstr }));
         EXPECT_TRUE(dep->indexes().isEmpty());
-        // Still usable, and still unjoined.
         orders.add(2, 7);
-        put(dep.get(), 7, {{QStringLiteral("Price"), 2}});
+        setPrice(dep.get(), 7, 2);
         EXPECT_EQ(orders.table->rowCount(), 2);
         EXPECT_EQ(cell(rowOf(dep.get(), 7), QStringLiteral("Price")), QVariant(2));
     }
@@ -187,20 +189,20 @@ TEST(TableJoin, JoinSetUpTwiceKeepsBothUpToDate)
     Orders orders;
     auto deps = instruments();
     orders.add(1, 7);
-    put(deps.get(), 7, {{QStringLiteral("Price"), 1}});
-    std::unique_ptr<TableJoin> first(new TableJoin(orders.byInstr, {deps.get()}, {QStringLiteral("Price")}, false));
-    TableJoin second(orders.byInstr, {deps.get()}, {QStringLiteral("Price")}, false);
+    setPrice(deps.get(), 7, 1);
+    std::unique_ptr<TableJoin> first(
+        new TableJoin(orders.byInstr, { deps.get() }, PriceOnly, false));
+    TableJoin second(orders.byInstr, { deps.get() }, PriceOnly, false);
     EXPECT_EQ(orders.at(1, "Price_"), QVariant(1));
-    put(deps.get(), 7, {{QStringLiteral("Price"), 2}});
+    setPrice(deps.get(), 7, 2);
     orders.add(2, 7);
-    for (int id : {1, 2}) {
-        EXPECT_EQ(orders.at(id, "Price"), QVariant(2));
-        EXPECT_EQ(orders.at(id, "Price_"), QVariant(2));
-    }
+    for (const char *column : { "Price", "Price_" })
+        EXPECT_EQ(
+            QVariantList({ orders.at(1, column), orders.at(2, column) }), QVariantList({ 2, 2 }));
     first.reset();
-    put(deps.get(), 7, {{QStringLiteral("Price"), 3}});
-    EXPECT_EQ(orders.at(1, "Price"), QVariant(2));
-    EXPECT_EQ(orders.at(1, "Price_"), QVariant(3));
+    setPrice(deps.get(), 7, 3);
+    EXPECT_EQ(
+        QVariantList({ orders.at(1, "Price"), orders.at(1, "Price_") }), QVariantList({ 2, 3 }));
 }
 
 // A dependent table destroyed first: its copies become null, the join goes on
@@ -209,29 +211,77 @@ TEST(TableJoin, TablesDestroyedBeforeTheJoinLeaveTheRestUsable)
 {
     Orders orders;
     auto gone = instruments("Gone");
-    auto kept = makeTable("Kept", {{"Instr", FieldType::Integer}, {"Limit", FieldType::Integer}},
-                          {QStringLiteral("Instr")});
+    auto kept
+        = makeTable("Kept", { { "Instr", FieldType::Integer }, { "Limit", FieldType::Integer } },
+            { QStringLiteral("Instr") });
     orders.add(1, 7);
-    put(gone.get(), 7, {{QStringLiteral("Price"), 5}});
-    put(kept.get(), 7, {{QStringLiteral("Limit"), 9}});
-    std::unique_ptr<TableJoin> join(new TableJoin(orders.byInstr, {gone.get(), kept.get()},
-                                                  {QStringLiteral("Price"), QStringLiteral("Limit")},
-                                                  false));
+    setPrice(gone.get(), 7, 5);
+    put(kept.get(), 7, { { QStringLiteral("Limit"), 9 } });
+    std::unique_ptr<TableJoin> join(new TableJoin(orders.byInstr, { gone.get(), kept.get() },
+        { QStringLiteral("Price"), QStringLiteral("Limit") }, false));
     EXPECT_EQ(orders.at(1, "Price"), QVariant(5));
     gone.reset();
-    EXPECT_EQ(orders.at(1, "Price"), QVariant());
-    EXPECT_EQ(orders.at(1, "Limit"), QVariant(9));
     orders.add(2, 7);
-    put(kept.get(), 7, {{QStringLiteral("Limit"), 10}});
-    EXPECT_EQ(orders.at(2, "Limit"), QVariant(10));
-    EXPECT_EQ(orders.at(2, "Price"), QVariant());
+    put(kept.get(), 7, { { QStringLiteral("Limit"), 10 } });
+    EXPECT_EQ(QVariantList({ orders.at(1, "Price"), orders.at(2, "Price"), orders.at(1, "Limit"),
+                  orders.at(2, "Limit") }),
+        QVariantList({ QVariant(), QVariant(), 10, 10 }));
 
-    orders.table.reset(); // its destructor empties byInstr
-
+    orders.table.reset();
     EXPECT_EQ(join->table(), nullptr);
     EXPECT_TRUE(kept->indexes().isEmpty());
-    put(kept.get(), 7, {{QStringLiteral("Limit"), 11}});
-    put(kept.get(), 8, {{QStringLiteral("Limit"), 12}});
+    put(kept.get(), 7, { { QStringLiteral("Limit"), 11 } });
+    put(kept.get(), 8, { { QStringLiteral("Limit"), 12 } });
     EXPECT_EQ(kept->rowCount(), 2);
-    join.reset();
+}
+
+namespace {
+
+// A key index in its table's list that passes every call on to the indexes
+// attached to it.
+class IndexDependKey : public ExactKeyIndex, public IndexDependBase
+{
+public:
+    IndexDependKey(Table *table, const QStringList &key)
+        : ExactKeyIndex(table, key)
+        , IndexDependBase(this)
+    {
+        table->addIndex(this);
+        ExactKeyIndex::build();
+    }
+    ~IndexDependKey() override { table()->removeIndex(this); }
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+        const QList<Record> &inserted, const QList<Record> &changed) override
+    {
+        IndexDependBase::preprocess(removed, updated, first, last, inserted, changed);
+    }
+    void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+        const QList<Record> &inserted) override
+    {
+        ExactKeyIndex::process(removed, updated, first, last, inserted);
+        IndexDependBase::process(removed, updated, first, last, inserted);
+    }
+    QString getClassName() const override { return QStringLiteral("IndexDependKey"); }
+};
+
+} // namespace
+
+TEST(TableJoin, AttachesAsDependentIndexesOfKeyIndexes)
+{
+    Orders orders;
+    auto deps = instruments();
+    setPrice(deps.get(), 7, 1);
+    IndexDependKey byInstr(orders.table.get(), { QStringLiteral("Instr") });
+    IndexDependKey depKey(deps.get(), { QStringLiteral("Instr") });
+    {
+        TableJoin join(&byInstr, { &depKey }, PriceOnly, false);
+        EXPECT_EQ(byInstr.dependentIndexes(), QList<Index *>({ join.mainIndex() }));
+        EXPECT_EQ(depKey.dependentIndexes(), QList<Index *>({ join.dependentIndexes().first() }));
+        orders.add(1, 7);
+        EXPECT_EQ(orders.at(1, "Price"), QVariant(1));
+        setPrice(deps.get(), 7, 2);
+        EXPECT_EQ(orders.at(1, "Price"), QVariant(2));
+    }
+    EXPECT_TRUE(byInstr.dependentIndexes().isEmpty());
+    EXPECT_TRUE(depKey.dependentIndexes().isEmpty());
 }
