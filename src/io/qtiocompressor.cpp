@@ -269,8 +269,10 @@ qint64 QtIOCompressor::readData(char *data, qint64 maxSize)
         }
 
         status = inflate(&z, Z_SYNC_FLUSH);
+        // A stream cut short: what this call inflated before the cut is
+        // kept, deliberately, so that a damaged file loses only its tail.
         if (status == Z_BUF_ERROR)
-            return 0;
+            return size - z.avail_out;
         if (status == Z_MEM_ERROR || status == Z_DATA_ERROR || status == Z_NEED_DICT) {
             d->state = QtIOCompressorPrivate::Error;
             d->setZlibError(QStringLiteral("Internal zlib error when decompressing: "), status);

@@ -15,6 +15,9 @@ class QtIOCompressorPrivate;
 // One buffer of `bufferSize` bytes, allocated in the constructor, serves both
 // directions; no call allocates. Errors go to errorString(); after one, reads
 // and writes return -1 until close().
+//
+// Deliberately, a read that reaches the end of a cut stream returns what it
+// inflated before the cut (and 0 after that) instead of dropping it.
 class TABLEDB_EXPORT QtIOCompressor : public QIODevice
 {
     Q_OBJECT
