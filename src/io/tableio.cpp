@@ -224,6 +224,8 @@ void TableIO::write(QDataStream &stream, bool withRows)
 void TableIO::write(FilterProgress &progress, const QDir &dir, bool withRows)
 {
     TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
+    if (!stream.device())
+        stream.commit(); // throws: the file could not be opened
     write(progress, stream, withRows);
     stream.commit();
 }
