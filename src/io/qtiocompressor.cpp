@@ -135,6 +135,10 @@ bool QtIOCompressor::open(OpenMode mode)
                                 "ReadOnly or WriteOnly modes";
         return false;
     }
+    if (!d->device) {
+        setErrorString(QStringLiteral("Error opening underlying device: no device"));
+        return false;
+    }
     if (d->device->isOpen()) {
         d->manageDevice = false;
         const OpenMode deviceMode = d->device->openMode();

@@ -25,7 +25,7 @@ class TABLEDB_EXPORT QtIOCompressor : public QIODevice
 public:
     enum StreamFormat { ZlibFormat = 0, GzipFormat = 1, RawZipFormat = 2 };
 
-    // REQUIRES: `device` is not null and outlives this object.
+    // REQUIRES: `device` outlives this object. With a null device open() fails.
     explicit QtIOCompressor(QIODevice *device, int compressionLevel = 6, int bufferSize = 65500);
     ~QtIOCompressor() override;
 

@@ -219,6 +219,8 @@ TEST(QtIOCompressor, OpenRulesAndWarnings)
                            QStringLiteral("QtIOCompressor::open: underlying device must be open "
                                           "in one of the ReadOnly or WriteOnly modes")}));
 
+    QtIOCompressor none(nullptr);
+    EXPECT_FALSE(none.open(QIODevice::ReadOnly));
     QFile missing(QStringLiteral("/nonexistent-dir/x.gz"));
     QtIOCompressor m(&missing);
     EXPECT_FALSE(m.open(QIODevice::ReadOnly));
