@@ -59,6 +59,15 @@ void RowCodec::build(const QList<const TableColumnDef *> &columns, uint64 rowLen
     closeFixed();
 }
 
+bool RowCodec::hasStrings() const
+{
+    for (const Segment &s : m_segments) {
+        if (s.isString)
+            return true;
+    }
+    return false;
+}
+
 int RowCodec::fileSize(const unsigned char *cells) const
 {
     int size = 0;

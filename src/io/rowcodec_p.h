@@ -23,6 +23,9 @@ public:
     // places them.
     RowCodec(const QList<TableColumnDef> &columns, int nullBytes);
 
+    // Whether rows carry String cells, which need a string pool to be read.
+    bool hasStrings() const;
+
     void write(const unsigned char *cells, QDataStream &out);
     // Appends the row's file form to `out`.
     void append(const unsigned char *cells, QByteArray &out);

@@ -171,7 +171,8 @@ void TableIO::writeRecord(const Record &record, const TableHeader &header, QData
 void TableIO::readRecord(Record &record, const TableHeader &header, QDataStream &stream)
 {
     RowCodec codec(header.columns, header.nullBytes);
-    codec.read(Table::cellsPtr(record.pointer()), stream, record.table()->stringPool());
+    codec.read(Table::cellsPtr(record.pointer()), stream,
+               codec.hasStrings() ? record.table()->stringPool() : nullptr);
 }
 
 void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDataStream &stream)
@@ -340,7 +341,8 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     for (const TableColumnDef *def : saved.fieldDefs())
         savedDefs.append(def);
     RowCodec codec(savedDefs, saved.rowLength(), header.nullBytes);
-    StringPool *pool = table->stringPool();
+    // The table makes its pool on first use and never frees it: ask only if needed.
+    StringPool *pool = codec.hasStrings() ? table->stringPool() : nullptr;
     // An unchanged schema takes each row in one copy instead of a call per cell.
     const bool wholeRowCopy = isPlainCopy(convertorList.list, &saved, table);
 
