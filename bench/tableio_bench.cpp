@@ -249,6 +249,7 @@ void BM_SqliteSave(benchmark::State &state)
         if (sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr) != SQLITE_OK)
             std::printf("VACUUM INTO failed: %s\n", sqlite3_errmsg(db));
     });
+    state.counters["MB"] = double(QFile(QString::fromUtf8(sqliteFile())).size()) / 1e6;
 }
 
 void BM_SqliteLoad(benchmark::State &state)

@@ -100,7 +100,7 @@ void TableFileStream::commit()
             fail(m_saveFile->errorString());
     }
     setDevice(nullptr);
-    if (!m_saveFile->flush() || ::fsync(m_saveFile->handle()) != 0)
+    if (!m_saveFile->flush() || ::fdatasync(m_saveFile->handle()) != 0)
         fail(m_saveFile->errorString());
     if (!m_saveFile->commit())
         fail(m_saveFile->errorString());
