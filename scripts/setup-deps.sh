@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev
-    libsqlite3-dev) # libsqlite3-dev: benchmarks only (tableio_bench compares with SQLite)
+    # benchmark-only: the comparison in bench/peers_bench.cpp
+    libsqlite3-dev libboost-dev)
 
 missing=()
 for p in "${packages[@]}"; do

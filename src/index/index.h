@@ -94,4 +94,8 @@ private:
     QList<Index *> m_dependentIndexes; // not owned
 };
 
+// The indexes built on Index alone.
+#include "index/indexvector.h"
+#include "index/watchindex.h"
+
 #endif // TABLEDB_INDEX_INDEX_H

@@ -1,6 +1,7 @@
 #include "index/indexsort.h"
 
 #include "index/concurrentsort.h"
+#include "index/indexsort_p.h"
 
 #include <QMessageLogger>
 
@@ -13,12 +14,17 @@ typedef PartitionList<Record>::const_iterator ConstIterator;
 
 } // namespace
 
-IndexSort::IndexSort(Table *table, bool registered) : IndexList(table, registered) { }
-
-IndexSort::IndexSort(const QString &tableName, bool registered)
-    : IndexList(tableName, registered)
+IndexSort::IndexSort(Table *table, bool registered)
+    : IndexList(table, registered), d(new IndexSortPrivate)
 {
 }
+
+IndexSort::IndexSort(const QString &tableName, bool registered)
+    : IndexList(tableName, registered), d(new IndexSortPrivate)
+{
+}
+
+IndexSort::~IndexSort() = default;
 
 QString IndexSort::getClassName() const
 {
@@ -223,123 +229,227 @@ void IndexSort::update(const Record &record, int, int, int index)
     replace(record, p);
 }
 
+bool IndexSort::unaffectedBy(int, int) const
+{
+    return false;
+}
+
+void IndexSortPrivate::sortByRow(QVector<IndexSortEntry> &entries)
+{
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const IndexSortEntry &a, const IndexSortEntry &b) { return a.row < b.row; });
+    entries.erase(std::unique(entries.begin(), entries.end(),
+                              [](const IndexSortEntry &a, const IndexSortEntry &b) {
+                                  return a.row == b.row;
+                              }),
+                  entries.end());
+}
+
+int IndexSortPrivate::findByKey(const IndexSort &index, const Record &row)
+{
+    // Rows of an equal key are walked only so far: a key shared by a great
+    // many rows (an order of arrival) is better served by one walk for all.
+    const int maxSteps = 64;
+    const ConstIterator last = index.end();
+    auto at = index.bound(row, false);
+    for (int steps = 0; at.second != last && steps < maxSteps; ++steps, ++at.first, ++at.second) {
+        if (*at.second == row)
+            return at.first;
+        if (index.compare(row, *at.second) != 0)
+            break;
+    }
+    return IndexSortEntry::Unknown;
+}
+
+void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &entries)
+{
+    const int n = index.count();
+    // Places noted before the batch's copy step are checked in order of
+    // position, so that one iterator walks the list once.
+    QVector<int> noted;
+    for (int i = 0; i < entries.size(); ++i) {
+        if (entries.at(i).position >= 0)
+            noted.append(i);
+    }
+    if (!noted.isEmpty()) {
+        std::sort(noted.begin(), noted.end(), [&entries](int a, int b) {
+            return entries.at(a).position < entries.at(b).position;
+        });
+        ConstIterator it = index.begin();
+        int at = 0;
+        for (int i : qAsConst(noted)) {
+            IndexSortEntry &e = entries[i];
+            if (e.position >= n) {
+                e.position = IndexSortEntry::Unknown;
+                continue;
+            }
+            it += e.position - at;
+            at = e.position;
+            if (*it != e.row)
+                e.position = IndexSortEntry::Unknown;
+        }
+    }
+
+    // By key, then one walk by identity for the rows whose key moved. Missed
+    // rows stay in address order, as `entries` is.
+    QVector<int> missed;
+    for (int i = 0; i < entries.size(); ++i) {
+        IndexSortEntry &e = entries[i];
+        if (e.position != IndexSortEntry::Unknown)
+            continue;
+        e.position = findByKey(index, e.row);
+        if (e.position == IndexSortEntry::Unknown) {
+            e.position = IndexSortEntry::NotFound;
+            missed.append(i);
+        }
+    }
+    int left = missed.size();
+    int p = 0;
+    for (ConstIterator it = index.begin(), last = index.end(); it != last && left > 0; ++it, ++p) {
+        const auto m = std::lower_bound(missed.cbegin(), missed.cend(), *it,
+                                        [&entries](int i, const Record &r) {
+                                            return entries.at(i).row < r;
+                                        });
+        if (m != missed.cend() && entries.at(*m).row == *it
+            && entries.at(*m).position == IndexSortEntry::NotFound) {
+            entries[*m].position = p;
+            --left;
+        }
+    }
+}
+
 QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
 {
-    QVector<Position> positions;
-    findPositions(records, positions);
+    QVector<IndexSortEntry> entries;
+    entries.reserve(records.size());
+    for (const Record &row : qAsConst(records))
+        entries.append({ row, IndexSortEntry::Unknown, -1 });
+    IndexSortPrivate::sortByRow(entries);
+    IndexSortPrivate::locate(*this, entries);
     QMap<Record, int> result;
-    for (const Position &p : qAsConst(positions))
-        result.insert(p.row, p.position);
+    for (const IndexSortEntry &e : qAsConst(entries))
+        result.insert(e.row, e.position);
     return result;
 }
 
-void IndexSort::findPositions(QList<Record> records, QVector<Position> &result) const
+void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, int first,
+                           int last, const QList<Record> &, const QList<Record> &changed)
 {
-    // Entries in the order a map would receive them; a later one for the same
-    // row wins, as a map's insert would.
-    QVector<Position> entries;
-    entries.reserve(records.size());
-    const ConstIterator first = begin();
-    const ConstIterator last = end();
-
-    // By key: the row stands among the rows of its key unless its key moved.
-    QList<Record> missed;
-    for (const Record &entry : qAsConst(records)) {
-        ConstIterator it = lowerBound(entry);
-        if (it == last) {
-            missed.append(entry);
-            continue;
+    d->updated.clear();
+    d->places.clear();
+    if (updated.isEmpty() || unaffectedBy(first, last))
+        return;
+    d->places.resize(updated.size());
+    for (int i = 0; i < updated.size(); ++i) {
+        const Record &row = updated.at(i);
+        int place = IndexSortEntry::Unknown;
+        // A row paired with itself already holds its new values: process()
+        // looks for it.
+        if (i < changed.size() && changed.at(i) != row) {
+            const Record &next = changed.at(i);
+            if (filter(row) && filter(next) && compare(row, next) == 0)
+                place = IndexSortEntry::Kept;
+            else
+                place = IndexSortPrivate::findByKey(*this, row);
         }
-        while (it != last && *it != entry && compare(entry, *it) == 0)
-            ++it;
-        if (it != last && *it == entry)
-            entries.append({ entry, int(it - first) });
-        else
-            missed.append(entry);
+        d->places[i] = place;
     }
-    records.swap(missed);
-
-    // By walking. The entry used up is the first one not below the list's row,
-    // whether or not it is that row; batch maintenance depends on exactly this.
-    int n = 0;
-    for (ConstIterator it = first; it != last && !records.isEmpty(); ++it, ++n) {
-        const auto e = std::lower_bound(records.begin(), records.end(), *it);
-        if (e == records.end())
-            continue;
-        entries.append({ *it, n });
-        records.erase(e);
-    }
-
-    for (const Record &entry : qAsConst(records))
-        entries.append({ entry, -1 });
-
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const Position &a, const Position &b) { return a.row < b.row; });
-    result.clear();
-    result.reserve(entries.size());
-    for (const Position &p : qAsConst(entries)) {
-        if (!result.isEmpty() && result.last().row == p.row)
-            result.last() = p;
-        else
-            result.append(p);
-    }
+    d->updated = updated;
 }
 
-void IndexSort::process(const QList<Record> &removed, const QList<Record> &updated, int, int,
-                        const QList<Record> &inserted)
+void IndexSort::process(const QList<Record> &removed, const QList<Record> &updated, int first,
+                        int last, const QList<Record> &inserted)
 {
     timer.restart();
 
-    QVector<Position> positions;
-    {
-        // Ordered by row address; a row listed twice stays twice.
-        QList<Record> lookup;
-        lookup.reserve(removed.count() + updated.count());
-        lookup.append(removed);
-        lookup.append(updated);
-        std::stable_sort(lookup.begin(), lookup.end());
-        findPositions(lookup, positions);
+    // Every removed and updated row once, by identity; a removed row wins.
+    QVector<IndexSortEntry> entries;
+    entries.reserve(removed.count() + updated.count());
+    for (const Record &row : removed)
+        entries.append({ row, IndexSortEntry::Unknown, -1 });
+    const bool unaffected = unaffectedBy(first, last);
+    // preprocess() saw this very batch if it shares the list.
+    const bool noted = !d->places.isEmpty() && d->updated.size() == updated.size()
+            && d->updated.constBegin() == updated.constBegin();
+    for (int i = 0; i < updated.size(); ++i) {
+        const int place = unaffected ? int(IndexSortEntry::Kept)
+                                     : noted ? d->places.at(i) : int(IndexSortEntry::Unknown);
+        entries.append({ updated.at(i), place, i });
     }
-    // A row missing from the result reads as position 0, as a default-inserting
-    // map access would give it; the steps below depend on that.
-    auto positionOf = [&positions](const Record &row) {
-        const auto it = std::lower_bound(
-            positions.cbegin(), positions.cend(), row,
-            [](const Position &p, const Record &r) { return p.row < r; });
-        return (it != positions.cend() && it->row == row) ? it->position : 0;
-    };
+    d->updated.clear();
+    d->places.clear();
+    IndexSortPrivate::sortByRow(entries);
 
+    QVector<char> passes(entries.size(), 0);
+    for (int k = 0; k < entries.size(); ++k) {
+        IndexSortEntry &e = entries[k];
+        if (e.order < 0)
+            continue;
+        passes[k] = filter(e.row);
+        if (!passes[k] && e.position == IndexSortEntry::Kept)
+            e.position = IndexSortEntry::Unknown; // it leaves, so it must be found
+    }
+    IndexSortPrivate::locate(*this, entries);
+
+    // Rows that may leave their place, by position; the rows that come in.
+    QVector<std::pair<int, int>> touched; // position, entry
+    QVector<int> replaced; // places in `updated`
+    for (int k = 0; k < entries.size(); ++k) {
+        const IndexSortEntry &e = entries.at(k);
+        if (e.position == IndexSortEntry::Kept)
+            continue;
+        if (e.position >= 0)
+            touched.append({ e.position, k });
+        else if (e.order >= 0 && passes.at(k))
+            replaced.append(e.order);
+    }
+    std::sort(touched.begin(), touched.end());
+
+    // A touched row that passes filter() stays if it is in order with the
+    // nearest row kept before it and the first untouched row after its run of
+    // touched neighbours: then every kept row is in order with the next one.
     RangeSet<int> ranges;
-    QList<Record> pending;
-    pending.reserve(inserted.count());
-
-    for (const Record &row : removed) {
-        const int p = positionOf(row);
-        if (p != -1)
-            ranges.add(p, p + 1);
+    const int n = count();
+    ConstIterator it = begin();
+    int at = 0;
+    for (int i = 0; i < touched.size();) {
+        int j = i;
+        while (j + 1 < touched.size() && touched.at(j + 1).first == touched.at(j).first + 1)
+            ++j;
+        const int a = touched.at(i).first;
+        const int b = touched.at(j).first;
+        it += a - at;
+        at = a;
+        const Record *before = a > 0 ? &*(it - 1) : nullptr;
+        const Record *after = b + 1 < n ? &*(it + (b + 1 - a)) : nullptr;
+        for (int t = i; t <= j; ++t) {
+            const int k = touched.at(t).second;
+            const IndexSortEntry &e = entries.at(k);
+            const bool stays = e.order >= 0 && passes.at(k)
+                    && (!before || compare(e.row, *before) >= 0)
+                    && (!after || compare(e.row, *after) <= 0);
+            if (stays) {
+                before = &e.row;
+                continue;
+            }
+            ranges.add(e.position, e.position + 1);
+            if (e.order >= 0 && passes.at(k))
+                replaced.append(e.order);
+        }
+        i = j + 1;
     }
+
+    // New rows first, then re-placed ones in the order of `updated`: the sort
+    // is stable, so this is their order among equal keys.
+    QList<Record> pending;
+    pending.reserve(inserted.count() + replaced.size());
     for (const Record &row : inserted) {
         if (filter(row))
             pending.append(row);
     }
-    const int n = count();
-    for (const Record &row : updated) {
-        const int p = positionOf(row);
-        const bool f = filter(row);
-        if (p == -1) {
-            if (f)
-                pending.append(row);
-        } else if (!f) {
-            ranges.add(p, p + 1);
-        } else if (p < n) {
-            const ConstIterator at = begin() + p;
-            if ((p != 0 && compare(row, *(at - 1)) < 0)
-                || (p + 1 != n && compare(row, *(at + 1)) > 0)) {
-                ranges.add(p, p + 1);
-                pending.append(row);
-            }
-        }
-    }
+    std::sort(replaced.begin(), replaced.end());
+    for (int i : qAsConst(replaced))
+        pending.append(updated.at(i));
 
     m_list.removeRanges(ranges);
 
@@ -354,17 +464,17 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         QList<Record> batch;
         Iterator anchor = m_list.begin();
         Iterator start = anchor;
-        Iterator last = m_list.end();
+        Iterator stop = m_list.end();
         for (const Record &row : qAsConst(pending)) {
             // Upper bound in [start, end()): rows of an equal key stay in front.
             // `pending` is sorted, so the bound is usually close to `start`:
             // gallop out from it first, then search the last step's span.
             Iterator u = start;
             std::ptrdiff_t length = 0;
-            for (std::ptrdiff_t step = 1; u != last; step *= 2) {
+            for (std::ptrdiff_t step = 1; u != stop; step *= 2) {
                 const Iterator probe = u + (step - 1); // stops at end()
-                if (probe == last) {
-                    length = last - u;
+                if (probe == stop) {
+                    length = stop - u;
                     break;
                 }
                 if (lessThan(row, *probe)) {
@@ -391,7 +501,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
                     batch.clear();
                     // The insertion may have split a block: no iterator survives.
                     start = anchor = m_list.begin() + target;
-                    last = m_list.end();
+                    stop = m_list.end();
                 } else {
                     anchor = u;
                 }

@@ -4,9 +4,11 @@
 #include "index/indexlist.h"
 
 #include <QMap>
-#include <QVector>
 
+#include <memory>
 #include <utility>
+
+class IndexSortPrivate;
 
 // An index whose rows stand in the order of compare(): for two neighbours a
 // before b, compare(a, b) <= 0. Equal keys are allowed and keep their order of
@@ -14,6 +16,13 @@
 //
 // Between a change of a row and the process() or update() that reports it, the
 // order may not hold for that row; every search by identity copes with that.
+//
+// Deliberate deviation: batches find every removed and updated row where it
+// really stands, also when its key jumped past its neighbours, so the view
+// always holds exactly the rows that pass filter(), each once, in order. The
+// older search by address paired such rows with strangers and lost or doubled
+// rows. A row written in place must be reported (Table::updated, or a batch
+// that pairs the row with itself) before a later batch pairs it with a clone.
 class TABLEDB_EXPORT IndexSort : public IndexList
 {
 public:
@@ -33,6 +42,7 @@ public:
 
     IndexSort(Table *table, bool registered);
     IndexSort(const QString &tableName, bool registered);
+    ~IndexSort() override;
 
     // Negative, 0 or positive. Must accept any two rows of the table, also rows
     // that are in no index, and must be safe on several threads at once: the
@@ -64,32 +74,36 @@ public:
     void update(const Record &record, int first, int last, int index) override;
     // Finds a row even if its key changed since it was placed (linear fallback).
     int indexOf(const Record &record) const override;
+    // Notes where the rows of `updated` stand while they hold their old
+    // values, and which of them keep their key and filter(), so that process()
+    // need not look for them again.
+    void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first,
+                    int last, const QList<Record> &inserted,
+                    const QList<Record> &changed) override;
     // One batch: finds all affected rows at once, removes in one pass, sorts
-    // what comes in and inserts it with one block insertion per place.
+    // what comes in and inserts it with one block insertion per place. An
+    // updated row stays if its key is known unchanged, or if it is in order
+    // with the nearest row kept before it and the nearest untouched row after
+    // it; otherwise it goes behind the rows of its key.
     void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
                  const QList<Record> &inserted) override;
     QString getClassName() const override;
 
-    // Positions of many rows at once. REQUIRES: `records` ordered by row
-    // address. Rows found by key get their positions; the others are matched
-    // by a walk that may also enter rows nobody asked for, and whatever is
-    // left gets -1. Batch maintenance relies on exactly this behaviour.
+    // The position of each row of `records`, or -1 for a row the index doesn't
+    // hold; nothing else. Rows are found by key, and those whose key moved by
+    // one linear walk for all of them together.
     QMap<Record, int> indexOfs(QList<Record> records) const;
 
 protected:
     // Where a new row of this key goes: behind all rows of an equal key.
     int indexOfAdd(const Record &record) const;
+    // True when a batch that writes only columns first..last (-1, -1: all) can
+    // neither move a row of this index nor change its filter(); the updated
+    // rows are then left where they stand, unlooked-at. False by default.
+    virtual bool unaffectedBy(int first, int last) const;
 
 private:
-    // A row's position as indexOfs() gives it, kept in a flat array by row
-    // address: batch maintenance looks rows up without a map node per row.
-    struct Position
-    {
-        Record row;
-        int position;
-    };
-    // indexOfs() into `result`, sorted by address, one entry per row.
-    void findPositions(QList<Record> records, QVector<Position> &result) const;
+    friend class IndexSortPrivate;
     // The first row that is not below `record`, as an iterator.
     PartitionList<Record>::const_iterator lowerBound(const Record &record) const;
     // The first position whose row is above `record` (upper) or not below it,
@@ -100,6 +114,8 @@ private:
     int searchFirst(const Record &record, int from) const;
     // Moves the row at `p` to where its key now belongs.
     void replace(const Record &record, int p);
+
+    std::unique_ptr<IndexSortPrivate> d;
 };
 
 #endif // TABLEDB_INDEX_INDEXSORT_H

@@ -23,3 +23,14 @@ Record MasterIndex::findRecord(const QString &text) const
     const Record key = fromText(text);
     return find(key, -1);
 }
+
+bool MasterIndex::unaffectedBy(int first, int last) const
+{
+    if (m_columns.isEmpty() || first < 0 || last < 0)
+        return false;
+    for (int column : m_columns) {
+        if (column >= first && column <= last)
+            return false;
+    }
+    return true;
+}

@@ -4,6 +4,8 @@
 #include "index/masterindex.h"
 #include "index/masterkey.h"
 
+#include <cstring>
+
 // A master index over key columns of any type, ordered cell by cell with
 // Field::compare. Its class name stays that of MasterIndex; the final classes
 // (MasterIndex_Column and the rest) name themselves.
@@ -30,6 +32,17 @@ public:
     // The packed key of the row; all zero bytes of the key's length for an
     // empty Record. Allocates the QByteArray.
     MasterKey keyRecord(const Record &record) const;
+    // memcmp of the row's packed key with `key`, over the row key's length; a
+    // shorter `key` orders before a row key that begins with it.
+    int compareRowKey(const Record &record, const MasterKey &key) const
+    {
+        const MasterKey rowKey = keyRecord(record);
+        const int n = rowKey.size();
+        if (key.size() >= n)
+            return std::memcmp(rowKey.constData(), key.constData(), size_t(n));
+        const int c = std::memcmp(rowKey.constData(), key.constData(), size_t(key.size()));
+        return c != 0 ? c : 1; // never read past a short key
+    }
 
 protected:
     // The byte width that a key cell takes: its width rounded up to 8.

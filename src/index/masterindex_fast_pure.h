@@ -3,6 +3,8 @@
 
 #include "index/masterindex_column_pure.h"
 
+#include <cstring>
+
 // A master index that compares one run of row memory with memcmp. The key
 // columns must follow each other in the row, be of a fixed-width type
 // (Integer, Integer64, Decimal, XDecimal, VarChar, DateTime) and not be
@@ -21,6 +23,20 @@ public:
     // A copy of the key bytes. An empty Record gives zero bytes of the key's
     // length.
     MasterKey keyRecord(const Record &record) const;
+    // memcmp of the row's key bytes, where they sit, with `key`, as
+    // compareBytes(keyRecord(record), key) would give it; allocates nothing.
+    // Hides the copying version of MasterIndex_Column_Pure.
+    int compareRowKey(const Record &record, const MasterKey &key) const
+    {
+        if (record.isNull())
+            return MasterIndex_Column_Pure::compareRowKey(record, key);
+        const char *row = reinterpret_cast<const char *>(record.rowPtr() + m_keyOffset);
+        const int n = int(m_keySize);
+        if (key.size() >= n)
+            return std::memcmp(row, key.constData(), size_t(n));
+        const int c = std::memcmp(row, key.constData(), size_t(key.size()));
+        return c != 0 ? c : 1; // never read past a short key
+    }
 
     uint64 keyOffset() const { return m_keyOffset; }
     uint64 keySize() const { return m_keySize; }

@@ -3,7 +3,6 @@
 
 #include "index/masterindex_fast_pure.h"
 
-#include <cstring>
 
 // Search by packed key (MasterKey) on top of a key master index. The search
 // compares packed bytes with memcmp, not with the index's compare(): where
@@ -20,11 +19,12 @@ public:
     // (a shorter `key` orders before a row key that begins with it).
     int compareKey(const Record &record, const MasterKey &key) const
     {
-        return compareBytes(this->keyRecord(record), key);
+        return this->compareRowKey(record, key);
     }
 
     // As IndexSort::search, `from` exclusive: the first row whose packed key
-    // equals `key`, or -1. Builds one key per step.
+    // equals `key`, or -1. The Fast kind compares in place and allocates
+    // nothing; the Column kind packs the row's key at each step.
     int searchKey(const MasterKey &key, int from) const
     {
         int lo = qMax(from + 1, 0);
@@ -36,7 +36,7 @@ public:
         while (lo < hi) {
             const int mid = lo + ((hi - lo) >> 1);
             const auto midIt = loIt + (mid - lo);
-            const int c = compareBytes(this->keyRecord(*midIt), key);
+            const int c = this->compareRowKey(*midIt, key);
             if (c > 0) {
                 hi = mid;
             } else if (c < 0) {
@@ -57,16 +57,6 @@ public:
         return p == -1 ? Record() : *(this->begin() + p);
     }
 
-private:
-    static int compareBytes(const MasterKey &rowKey, const MasterKey &key)
-    {
-        const int n = rowKey.size();
-        if (key.size() >= n)
-            return std::memcmp(rowKey.constData(), key.constData(), size_t(n));
-        // Never read past a short key.
-        const int c = std::memcmp(rowKey.constData(), key.constData(), size_t(key.size()));
-        return c != 0 ? c : 1;
-    }
 };
 
 #endif // TABLEDB_INDEX_MASTERINDEXKEY_H

@@ -14,6 +14,9 @@ public:
     int compare(const Record &a, const Record &b) const override;
     QString toText(const Record &record) const override; // always empty
     Record fromText(const QString &text) const override; // a blank row
+
+protected:
+    bool unaffectedBy(int, int) const override { return true; } // no write moves a row
 };
 
 #endif // TABLEDB_INDEX_MASTERPTRINDEX_H

@@ -1,5 +1,6 @@
 #include "numeric/datetime.h"
 
+#include <QLocale>
 #include <QStringRef>
 
 namespace {
@@ -29,6 +30,22 @@ QDateTime parseFields(const QString &text, const QString &format)
 }
 
 const int64 MSecsPerDay = 86400000;
+
+// Qt formats dates with the system locale's digits. Our texts are written to
+// logs, files and keys and must read the same on every machine, so the digits
+// are folded back to Latin; month and day names stay the locale's.
+QString withLatinDigits(QString text)
+{
+    const ushort zero = QLocale::system().zeroDigit().unicode();
+    if (zero == '0')
+        return text;
+    for (QChar &c : text) {
+        const ushort u = c.unicode();
+        if (u >= zero && u <= zero + 9)
+            c = QChar(ushort('0' + (u - zero)));
+    }
+    return text;
+}
 
 } // namespace
 
@@ -184,7 +201,7 @@ QString datetime::toString(const QString &format) const
     // its own fields rather than as nothing.
     if (!shown.isValid())
         shown = getDateTime();
-    return shown.toString(format);
+    return withLatinDigits(shown.toString(format));
 }
 
 QString datetime::toSystemString(bool dateOnly, QLocale::FormatType type) const

@@ -93,10 +93,12 @@ public:
     // The local wall clock written as the civil fields.
     static datetime now();
 
-    // "" for the empty value.
+    // "" for the empty value. Digits are Latin whatever the system locale;
+    // names (MMM, dddd) are the system locale's.
     QString toString() const;
     QString toString(const QString &format) const;
-    // The system locale's date format, followed by " HH:mm:ss.zzz" unless dateOnly.
+    // The system locale's date format, followed by " HH:mm:ss.zzz" unless
+    // dateOnly; Latin digits as in toString.
     QString toSystemString(bool dateOnly = false, QLocale::FormatType type = QLocale::ShortFormat) const;
 
     static datetime fromString(const QString &text, const QString &format);

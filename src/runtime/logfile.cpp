@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QLocale>
 #include <QTime>
 
 namespace {
@@ -44,7 +45,8 @@ LogFile::~LogFile()
 
 QString LogFile::timestamp()
 {
-    return QTime::currentTime().toString(datetime::timeNoDateFormat());
+    // The C locale: Latin digits whatever the system locale, like every time text of ours.
+    return QLocale::c().toString(QTime::currentTime(), datetime::timeNoDateFormat());
 }
 
 QString LogFile::rotateName(const QFileInfo &info, int index)

@@ -26,7 +26,7 @@ public:
     // Flushes what was written to the file.
     ~LogFile() override;
 
-    // The local wall-clock time for the log's time column, "HH:mm:ss.zzz".
+    // The local wall-clock time for the log's time column, "HH:mm:ss.zzz", Latin digits.
     static QString timestamp();
 
 protected:

@@ -80,12 +80,12 @@ Field Record::data(const QString &name)
     return column < 0 ? Field() : t->dataPtr(m_row, column);
 }
 
-const Field Record::data(int column) const
+Field Record::data(int column) const
 {
     return const_cast<Record *>(this)->data(column);
 }
 
-const Field Record::data(const QString &name) const
+Field Record::data(const QString &name) const
 {
     return const_cast<Record *>(this)->data(name);
 }

@@ -47,11 +47,11 @@ public:
     void copy(const Record &other, int first, int last);
 
     // No bounds check: an unknown name reads out of range, so test
-    // Table::columnExists first.
+    // Table::columnExists first. A const handle still writes the shared row.
     Field data(int column);
     Field data(const QString &name);
-    const Field data(int column) const;
-    const Field data(const QString &name) const;
+    Field data(int column) const;
+    Field data(const QString &name) const;
 
     Table *table();
     const Table *table() const;

@@ -7,6 +7,7 @@
 #include <QVector>
 
 #include <cstring>
+#include <new>
 
 namespace {
 const size_t headerSize = 16; // ref, reserved, back pointer
@@ -93,6 +94,9 @@ void Table::addColumn(const TableColumnDef &def)
         row = static_cast<unsigned char *>(qReallocAligned(row, newSize, oldRowSize, 8));
         std::memmove(row + newBitmap, row + headerSize + d->rowLength, bitmapBytes);
         std::memset(row + cellStart, 0, column->lenAligned());
+        // Zero bytes are no QString: freeing the row would crash on them.
+        if (column->type == FieldType::String)
+            new (row + cellStart) QString();
         if (column->nullable)
             setNullPtr(row + newBitmap, oldCount, true);
         setRefValue(row, 0);

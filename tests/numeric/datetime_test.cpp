@@ -1,4 +1,7 @@
 #include "numeric/datetime.h"
+#include "runtime/logfile.h"
+
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -157,6 +160,49 @@ TEST(Datetime, SystemStringMovesTwoDigitYearsACentury)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ScopedEnv locale("LC_ALL", "en_US.UTF-8");
     EXPECT_EXIT(checkTwoDigitYears(), ::testing::ExitedWithCode(0), "");
+}
+
+namespace {
+
+// Runs in a fresh process under LC_ALL=ar_EG, whose digits are Arabic-Indic.
+[[noreturn]] void checkLatinDigitsUnderArabicLocale()
+{
+    const auto check = [](bool ok, const char *what) {
+        if (!ok) {
+            std::fprintf(stderr, "%s\n", what);
+            std::exit(1);
+        }
+    };
+    const QLocale system = QLocale::system();
+    check(system.zeroDigit() == QChar(0x0660), "locale");
+    QLocale::setDefault(system);
+    const QString text = QStringLiteral("2020.01.02 03:04:05.006");
+    check(datetime(Jan2).toString() == text, "toString");
+    check(datetime(Jan2).toVariant().toString() == text, "variant");
+    check(datetime(Jan2).toString(QStringLiteral("d MMMM yyyy"))
+              == QStringLiteral("2 ") + system.monthName(1) + QStringLiteral(" 2020"),
+          "names stay the locale's");
+    const QString shown = datetime(Jan2).toSystemString();
+    check(shown.endsWith(QStringLiteral("2020 03:04:05.006")) && shown.startsWith(QLatin1Char('2')),
+          "toSystemString");
+    check(QRegularExpression(QStringLiteral("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}$"))
+              .match(LogFile::timestamp()).hasMatch(),
+          "timestamp");
+    // Reading is unchanged: the locale's own digits are still accepted.
+    const QString native = system.toString(QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 6)),
+                                           datetime::defaultFormat());
+    check(native != text && datetime(native).data() == Jan2, "reading");
+    check(datetime::fromSystemString(shown).data() == Jan2, "round trip");
+    std::exit(0);
+}
+
+} // namespace
+
+TEST(Datetime, TextsUseLatinDigitsInAnyLocale)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    ScopedEnv locale("LC_ALL", "ar_EG.UTF-8");
+    EXPECT_EXIT(checkLatinDigitsUnderArabicLocale(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(Datetime, RegisteredMetaType)

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <type_traits>
+#include <utility>
 
 // The master index decides membership, key text and lookup by key.
 TEST(Record, MasterIndexAnswersForTheRow)
@@ -34,6 +36,22 @@ TEST(Record, MasterIndexAnswersForTheRow)
 
     EXPECT_FALSE(Record().inTable());
     EXPECT_EQ(Record().toString(), QString());
+}
+
+// A Record is a handle: const on the handle does not make the shared row const.
+TEST(Record, ConstHandleWritesTheSharedRow)
+{
+    static_assert(std::is_same<decltype(std::declval<const Record &>().data(0)), Field>::value,
+                  "const Record::data(int) gives a writable Field");
+    static_assert(std::is_same<decltype(std::declval<const Record &>().data(QString())), Field>::value,
+                  "const Record::data(const QString &) gives a writable Field");
+    std::unique_ptr<Table> table(makeKeyedTable());
+    makeRow(table.get(), 1, 10).append();
+    const Record row = table->at(0);
+    row.data(1) = 11;
+    EXPECT_EQ(valueOf(table->at(0)), 11);
+    row.data(QStringLiteral("value")) = 12;
+    EXPECT_EQ(valueOf(table->at(0)), 12);
 }
 
 // A table without a key keeps rows in order of arrival and has no key text.

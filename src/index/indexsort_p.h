@@ -1,0 +1,40 @@
+#ifndef TABLEDB_INDEX_INDEXSORT_P_H
+#define TABLEDB_INDEX_INDEXSORT_P_H
+
+#include "index/indexsort.h"
+
+#include <QList>
+#include <QVector>
+
+// One row that a batch asks about, with what is known of its place.
+struct IndexSortEntry
+{
+    // Values of `position` besides a real place.
+    enum { NotFound = -1, Unknown = -2, Kept = -3 };
+
+    Record row;
+    int position;
+    int order; // place in `updated`, -1 for a removed row
+};
+
+class IndexSortPrivate
+{
+public:
+    // What preprocess() learnt while the rows of `updated` still held their old
+    // values: one IndexSortEntry position per row, Kept for a row whose key and
+    // filter() did not change. `updated` shares the caller's list, so that
+    // process() can tell that it is given the same batch.
+    QList<Record> updated;
+    QVector<int> places;
+
+    // Rows sorted by address, one entry each; the first entry of a row wins.
+    static void sortByRow(QVector<IndexSortEntry> &entries);
+    // The position of `row` found by its key and identity, or Unknown.
+    static int findByKey(const IndexSort &index, const Record &row);
+    // Gives every entry that isn't Kept its position in `index`, or NotFound.
+    // Exact: positions from preprocess() are checked, the others are looked for
+    // by key and then, for rows whose key moved, by one walk over the list.
+    static void locate(const IndexSort &index, QVector<IndexSortEntry> &entries);
+};
+
+#endif // TABLEDB_INDEX_INDEXSORT_P_H
