@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev
-    # benchmark-only: the comparison in bench/peers_bench.cpp
+    # benchmark-only: the comparisons in bench/peers_bench.cpp and bench/tableio_bench.cpp
     libsqlite3-dev libboost-dev)
 
 missing=()

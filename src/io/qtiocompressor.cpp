@@ -135,6 +135,10 @@ bool QtIOCompressor::open(OpenMode mode)
                                 "ReadOnly or WriteOnly modes";
         return false;
     }
+    if (!d->device) {
+        setErrorString(QStringLiteral("Error opening underlying device: no device"));
+        return false;
+    }
     if (d->device->isOpen()) {
         d->manageDevice = false;
         const OpenMode deviceMode = d->device->openMode();
@@ -269,8 +273,10 @@ qint64 QtIOCompressor::readData(char *data, qint64 maxSize)
         }
 
         status = inflate(&z, Z_SYNC_FLUSH);
+        // A stream cut short: what this call inflated before the cut is
+        // kept, deliberately, so that a damaged file loses only its tail.
         if (status == Z_BUF_ERROR)
-            return 0;
+            return size - z.avail_out;
         if (status == Z_MEM_ERROR || status == Z_DATA_ERROR || status == Z_NEED_DICT) {
             d->state = QtIOCompressorPrivate::Error;
             d->setZlibError(QStringLiteral("Internal zlib error when decompressing: "), status);

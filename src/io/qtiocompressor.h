@@ -15,6 +15,9 @@ class QtIOCompressorPrivate;
 // One buffer of `bufferSize` bytes, allocated in the constructor, serves both
 // directions; no call allocates. Errors go to errorString(); after one, reads
 // and writes return -1 until close().
+//
+// Deliberately, a read that reaches the end of a cut stream returns what it
+// inflated before the cut (and 0 after that) instead of dropping it.
 class TABLEDB_EXPORT QtIOCompressor : public QIODevice
 {
     Q_OBJECT
@@ -22,7 +25,7 @@ class TABLEDB_EXPORT QtIOCompressor : public QIODevice
 public:
     enum StreamFormat { ZlibFormat = 0, GzipFormat = 1, RawZipFormat = 2 };
 
-    // REQUIRES: `device` is not null and outlives this object.
+    // REQUIRES: `device` outlives this object. With a null device open() fails.
     explicit QtIOCompressor(QIODevice *device, int compressionLevel = 6, int bufferSize = 65500);
     ~QtIOCompressor() override;
 

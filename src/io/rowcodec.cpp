@@ -59,11 +59,19 @@ void RowCodec::build(const QList<const TableColumnDef *> &columns, uint64 rowLen
     closeFixed();
 }
 
-void RowCodec::write(const unsigned char *cells, QDataStream &out)
+bool RowCodec::hasStrings() const
 {
-    // The whole row goes to the stream in one call.
+    for (const Segment &s : m_segments) {
+        if (s.isString)
+            return true;
+    }
+    return false;
+}
+
+int RowCodec::fileSize(const unsigned char *cells) const
+{
     int size = 0;
-    for (const Segment &s : qAsConst(m_segments)) {
+    for (const Segment &s : m_segments) {
         if (!s.isString) {
             size += s.fileBytes;
         } else {
@@ -71,10 +79,12 @@ void RowCodec::write(const unsigned char *cells, QDataStream &out)
             size += 4 + (text.isEmpty() ? 0 : text.size() * 2 + 2);
         }
     }
-    if (m_buffer.size() < size)
-        m_buffer.resize(size);
-    char *p = m_buffer.data();
-    for (const Segment &s : qAsConst(m_segments)) {
+    return size;
+}
+
+void RowCodec::encode(const unsigned char *cells, char *p) const
+{
+    for (const Segment &s : m_segments) {
         if (!s.isString) {
             for (const Piece &piece : s.pieces) {
                 std::memcpy(p, cells + piece.offset, size_t(piece.length));
@@ -92,7 +102,75 @@ void RowCodec::write(const unsigned char *cells, QDataStream &out)
             p += size_t(count) * 2 + 2;
         }
     }
+}
+
+void RowCodec::write(const unsigned char *cells, QDataStream &out)
+{
+    const int size = fileSize(cells);
+    if (m_buffer.size() < size)
+        m_buffer.resize(size);
+    encode(cells, m_buffer.data());
     out.writeRawData(m_buffer.constData(), size);
+}
+
+void RowCodec::append(const unsigned char *cells, QByteArray &out)
+{
+    const int at = out.size();
+    out.resize(at + fileSize(cells));
+    encode(cells, out.data() + at);
+}
+
+int RowCodec::decode(const char *data, int size, unsigned char *cells, StringPool *pool)
+{
+    // Measure first, so that a row cut by the end of `data` changes nothing.
+    qint64 need = 0;
+    for (const Segment &s : qAsConst(m_segments)) {
+        if (!s.isString) {
+            need += s.fileBytes;
+            continue;
+        }
+        if (need + 4 > size)
+            return 0;
+        qint32 count;
+        std::memcpy(&count, data + need, 4);
+        need += 4;
+        if (count > (INT_MAX - 2) / 2)
+            return -1;
+        if (count > 0)
+            need += qint64(count) * 2 + 2;
+        if (need > size)
+            return 0;
+    }
+    if (need > size)
+        return 0;
+
+    const char *p = data;
+    for (const Segment &s : qAsConst(m_segments)) {
+        if (!s.isString) {
+            for (const Piece &piece : s.pieces) {
+                std::memcpy(cells + piece.offset, p, size_t(piece.length));
+                p += piece.length;
+            }
+            continue;
+        }
+        qint32 count;
+        std::memcpy(&count, p, 4);
+        p += 4;
+        if (count <= 0)
+            continue; // the cell keeps what it held
+        const int bytes = count * 2 + 2;
+        const char *units = p;
+        if (quintptr(units) & 1) { // UTF-16 units are read in place only when aligned
+            if (m_buffer.size() < bytes)
+                m_buffer.resize(bytes);
+            std::memcpy(m_buffer.data(), p, size_t(bytes));
+            units = m_buffer.constData();
+        }
+        *reinterpret_cast<QString *>(cells + s.pieces[0].offset) = FieldType::stringToStringFromPool(
+            reinterpret_cast<const ushort *>(units), count, pool);
+        p += bytes;
+    }
+    return int(need);
 }
 
 bool RowCodec::read(unsigned char *cells, QDataStream &in, StringPool *pool)

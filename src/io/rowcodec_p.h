@@ -23,7 +23,16 @@ public:
     // places them.
     RowCodec(const QList<TableColumnDef> &columns, int nullBytes);
 
+    // Whether rows carry String cells, which need a string pool to be read.
+    bool hasStrings() const;
+
     void write(const unsigned char *cells, QDataStream &out);
+    // Appends the row's file form to `out`.
+    void append(const unsigned char *cells, QByteArray &out);
+    // One row from `size` bytes at `data`: the bytes it took, 0 when the row
+    // is not whole there (nothing is written then), -1 when a string length
+    // cannot be real.
+    int decode(const char *data, int size, unsigned char *cells, StringPool *pool);
     // False when the stream ran short or a string length cannot be real; the
     // row is then partly overwritten. Empty String cells are not touched.
     bool read(unsigned char *cells, QDataStream &in, StringPool *pool);
@@ -42,6 +51,8 @@ private:
     };
     void build(const QList<const TableColumnDef *> &columns, uint64 rowLength, int nullBytes);
     bool readString(unsigned char *cell, QDataStream &in, StringPool *pool);
+    int fileSize(const unsigned char *cells) const;
+    void encode(const unsigned char *cells, char *p) const;
 
     QVector<Segment> m_segments;
     QByteArray m_buffer; // one row's bytes on writing, a run or a text on reading

@@ -1,6 +1,7 @@
 #include "io/tablefilestream.h"
 
 #include "io/qtiocompressor.h"
+#include "io/readaheaddevice_p.h"
 #include "runtime/exception.h"
 #include "runtime/iapphub.h"
 
@@ -31,7 +32,7 @@ void syncDirectory(const QString &filePath)
 } // namespace
 
 TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
-    : compressor(nullptr), m_saveFile(nullptr)
+    : compressor(nullptr), m_readAhead(nullptr), m_saveFile(nullptr)
 {
     if (mode & QIODevice::ReadOnly) {
         file.setFileName(path);
@@ -45,7 +46,8 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
         compressor->setStreamFormat(QtIOCompressor::GzipFormat);
         if (compressor->open(QIODevice::ReadOnly)) {
             m_target = file.fileName();
-            setDevice(compressor);
+            m_readAhead = new ReadAheadDevice(compressor);
+            setDevice(m_readAhead);
         }
         return;
     }
@@ -70,6 +72,7 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
 TableFileStream::~TableFileStream()
 {
     setDevice(nullptr);
+    delete m_readAhead; // first: its thread reads the compressor
     delete compressor;
     // Without commit() the temporary file goes and the target stays as it was.
     delete m_saveFile;
@@ -97,7 +100,7 @@ void TableFileStream::commit()
             fail(m_saveFile->errorString());
     }
     setDevice(nullptr);
-    if (!m_saveFile->flush() || ::fsync(m_saveFile->handle()) != 0)
+    if (!m_saveFile->flush() || ::fdatasync(m_saveFile->handle()) != 0)
         fail(m_saveFile->errorString());
     if (!m_saveFile->commit())
         fail(m_saveFile->errorString());

@@ -14,7 +14,8 @@ class QtIOCompressor;
 // A table file and the stream on it. `path` is the file's name without ".gz".
 //
 // Reading: the plain file wins; otherwise `path` + ".gz" through a gzip
-// QtIOCompressor; with neither the stream has no device (and is at its end).
+// QtIOCompressor, inflated ahead on a thread of its own; with neither the
+// stream has no device (and is at its end).
 //
 // Writing: plain or ".gz" as the host asks (IAppHub::compressTables()). The
 // data goes to a temporary file beside the target and replaces it only in
@@ -40,6 +41,7 @@ public:
 private:
     [[noreturn]] void fail(const QString &reason);
 
+    QIODevice *m_readAhead; // owned; inflates ahead of the reader
     QSaveFile *m_saveFile; // owned; the file written
     QString m_target;
     QString m_otherForm; // removed after a successful commit

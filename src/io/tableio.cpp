@@ -19,6 +19,8 @@
 namespace {
 
 const int batchSize = 10240;
+// Rows are written and parsed in blocks of about this size.
+const int blockBytes = 256 * 1024;
 // Rows wider than this are taken for damage: no real table comes near it, and
 // a scratch row is allocated before the first row's bytes are seen.
 const qint64 maxRowLength = 16 * 1024 * 1024;
@@ -34,6 +36,29 @@ QString streamName(const QDataStream &stream)
     if (auto *file = qobject_cast<QFileDevice *>(stream.device()))
         return file->fileName();
     return QStringLiteral("(stream)");
+}
+
+// Whether `list` copies every column of `target` from the same place of a
+// row of `source`, so that the convertors can be skipped for a row copy.
+bool isPlainCopy(const QList<FieldDefConvertor *> &list, const Table *source, const Table *target)
+{
+    const QList<TableColumnDef *> from = source->fieldDefs();
+    const QList<TableColumnDef *> to = target->fieldDefs();
+    if (list.size() != to.size() || from.size() != to.size()
+        || source->rowLength() != target->rowLength())
+        return false;
+    for (int i = 0; i < list.size(); ++i) {
+        const FieldDefConvertor &c = *list.at(i);
+        const std::type_info &kind = typeid(c);
+        if (kind != typeid(TableIO::FieldDefConvertor_Copy)
+            && kind != typeid(TableIO::FieldDefConvertor_Copy4)
+            && kind != typeid(TableIO::FieldDefConvertor_Copy8)
+            && kind != typeid(TableIO::FieldDefConvertor_CopyString))
+            return false;
+        if (c.from != from.at(i) || c.to != to.at(i) || c.from->offset != c.to->offset)
+            return false;
+    }
+    return true;
 }
 
 // Deletes the convertors of one read, also when a conversion throws.
@@ -146,7 +171,8 @@ void TableIO::writeRecord(const Record &record, const TableHeader &header, QData
 void TableIO::readRecord(Record &record, const TableHeader &header, QDataStream &stream)
 {
     RowCodec codec(header.columns, header.nullBytes);
-    codec.read(Table::cellsPtr(record.pointer()), stream, record.table()->stringPool());
+    codec.read(Table::cellsPtr(record.pointer()), stream,
+               codec.hasStrings() ? record.table()->stringPool() : nullptr);
 }
 
 void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDataStream &stream)
@@ -156,12 +182,21 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDa
         return;
     RowCodec codec(header.columns, header.nullBytes);
     const bool report = !isPlainTrue(progress);
+    // Rows go to the stream in blocks: one device call per block.
+    QByteArray block;
+    block.reserve(blockBytes + 4096);
     int i = 0;
     for (auto it = master->begin(); it != master->end(); ++it, ++i) {
-        codec.write(Table::cellsPtr(it->pointer()), stream);
+        codec.append(Table::cellsPtr(it->pointer()), block);
+        if (block.size() >= blockBytes) {
+            stream.writeRawData(block.constData(), block.size());
+            block.resize(0);
+        }
         if (report)
             progress(i, header.rowCount);
     }
+    if (!block.isEmpty())
+        stream.writeRawData(block.constData(), block.size());
 }
 
 // --- whole tables ---
@@ -190,6 +225,8 @@ void TableIO::write(QDataStream &stream, bool withRows)
 void TableIO::write(FilterProgress &progress, const QDir &dir, bool withRows)
 {
     TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
+    if (!stream.device())
+        stream.commit(); // throws: the file could not be opened
     write(progress, stream, withRows);
     stream.commit();
 }
@@ -304,23 +341,73 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     for (const TableColumnDef *def : saved.fieldDefs())
         savedDefs.append(def);
     RowCodec codec(savedDefs, saved.rowLength(), header.nullBytes);
-    StringPool *pool = table->stringPool();
+    // The table makes its pool on first use and never frees it: ask only if needed.
+    StringPool *pool = codec.hasStrings() ? table->stringPool() : nullptr;
+    // An unchanged schema takes each row in one copy instead of a call per cell.
+    const bool wholeRowCopy = isPlainCopy(convertorList.list, &saved, table);
 
     // Rows of no columns have no bytes that could prove them.
     const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
     const bool plain = isPlainTrue(progress);
     QList<Record> batch;
     batch.reserve(batchSize);
+    // Rows are parsed from blocks peeked at on the device, and only what was
+    // parsed is consumed: the stream ends up just behind the last row, as
+    // if each row had been read on its own.
+    QIODevice *device = stream.device();
+    QByteArray block;
+    int blockUsed = 0;
+    int blockSize = 0;
+    struct Consume
+    {
+        QIODevice *device;
+        int &used;
+        ~Consume()
+        {
+            if (used > 0)
+                device->skip(used);
+        }
+    } consume{device, blockUsed};
+    auto nextRow = [&]() -> bool {
+        bool fresh = false;
+        for (;;) {
+            if (blockUsed < blockSize) {
+                const int n = codec.decode(block.constData() + blockUsed, blockSize - blockUsed,
+                                           scratchCells, pool);
+                if (n > 0) {
+                    blockUsed += n;
+                    return true;
+                }
+                if (n < 0)
+                    return false;
+            }
+            if (fresh) {
+                // Wider than a block, or the stream ends inside it.
+                blockSize = 0;
+                return codec.read(scratchCells, stream, pool);
+            }
+            if (blockUsed > 0)
+                device->skip(blockUsed);
+            blockUsed = 0;
+            block.resize(blockBytes);
+            blockSize = int(qMax<qint64>(0, device->peek(block.data(), blockBytes)));
+            fresh = true;
+        }
+    };
+
     int rowsRead = 0;
     for (; rowsRead < rowCount; ++rowsRead) {
         if (!plain)
             progress(rowsRead, rowCount);
-        if (!codec.read(scratchCells, stream, pool))
+        if (!nextRow())
             break;
         Record row(table);
         if (!row)
             throw std::bad_alloc();
-        convertDefs(convertorList.list, Table::cellsPtr(row.pointer()), scratchCells);
+        if (wholeRowCopy)
+            table->copyRowContent(row.pointer(), scratch.pointer());
+        else
+            convertDefs(convertorList.list, Table::cellsPtr(row.pointer()), scratchCells);
         if (!plain && !progress.filter(row))
             continue;
         if (batch.size() >= batchSize) {

@@ -128,7 +128,7 @@ void TableIO::readRowList(FilterProgress &progress, QDataStream &stream,
     }
 
     RowCodec codec = codecOf(table, header.nullBytes);
-    StringPool *pool = table->stringPool();
+    StringPool *pool = codec.hasStrings() ? table->stringPool() : nullptr;
     const bool plain = typeid(progress) == typeid(FilterProgressTrue);
     const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
     int rowsRead = 0;

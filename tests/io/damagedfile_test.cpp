@@ -91,9 +91,10 @@ TEST(DamagedFile, CorruptedAtEveryByte)
             } catch (const char *) {
             }
             PartitionList<Record> list;
-            QDataStream in(QByteArray(1, '\0') + QByteArray::fromHex("00000002") + QByteArray("\0o", 2) + bad);
+            QDataStream in(Bytes().str("orders").raw(bad).data); // the same as a row list
             FilterProgressTrue p;
             TableIO::readRowList(p, in, list, true);
+            EXPECT_LE(list.size(), 3) << at;
             Table *made = list.isEmpty() ? nullptr : list.begin()->table();
             list.clear();
             delete made;
@@ -173,7 +174,7 @@ TEST(DamagedFile, TruncatedGzipFile)
     const QByteArray gz = file.readAll();
     file.close();
     WarningCatcher warnings;
-    for (int cut : {gz.size() / 3, gz.size() - 9}) {
+    for (int cut : {gz.size() / 3, gz.size() - 200}) {
         file.open(QIODevice::WriteOnly | QIODevice::Truncate);
         file.write(gz.left(cut));
         file.close();

@@ -42,15 +42,13 @@ QByteArray compress(const QByteArray &data, QtIOCompressor::StreamFormat format,
 }
 
 // Reads everything in pieces of varying size, the way QDataStream asks for it.
-QByteArray drain(QIODevice &device, unsigned seed, bool *failed = nullptr)
+QByteArray drain(QIODevice &device, unsigned seed)
 {
     std::mt19937 rng(seed);
     QByteArray all;
     for (int guard = 0; guard < 1000000; ++guard) {
         QByteArray piece(int(1 + rng() % 9000), Qt::Uninitialized);
         const qint64 got = device.read(piece.data(), piece.size());
-        if (got < 0 && failed)
-            *failed = true;
         if (got <= 0)
             break;
         all.append(piece.constData(), int(got));
@@ -59,7 +57,7 @@ QByteArray drain(QIODevice &device, unsigned seed, bool *failed = nullptr)
 }
 
 QByteArray expand(const QByteArray &packed, QtIOCompressor::StreamFormat format, int bufferSize,
-                  unsigned seed = 1, bool *failed = nullptr)
+                  unsigned seed = 1)
 {
     QBuffer in;
     in.setData(packed);
@@ -67,7 +65,7 @@ QByteArray expand(const QByteArray &packed, QtIOCompressor::StreamFormat format,
     c.setStreamFormat(format);
     if (!c.open(QIODevice::ReadOnly))
         return QByteArray("open failed");
-    return drain(c, seed, failed);
+    return drain(c, seed);
 }
 
 const QtIOCompressor::StreamFormat kFormats[] = {QtIOCompressor::ZlibFormat,
@@ -89,28 +87,13 @@ TEST(QtIOCompressor, RoundTripsEveryFormatSizeAndBufferWithShortReads)
                                                 << " buffer " << buffer);
                 const QByteArray data = sample(size, unsigned(size));
                 const QByteArray packed = compress(data, format, buffer, size / 3 + 1);
-                ASSERT_FALSE(packed.isEmpty());
                 EXPECT_TRUE(expand(packed, format, buffer, unsigned(buffer)) == data);
+                // Each format reads only its own streams.
+                const auto other = QtIOCompressor::StreamFormat((format + 1) % 3);
+                EXPECT_FALSE(expand(packed, other, buffer, 1) == data);
             }
         }
     }
-}
-
-TEST(QtIOCompressor, HeadersTellTheFormatsApart)
-{
-    const QByteArray data = sample(1000, 3);
-    const QByteArray gz = compress(data, QtIOCompressor::GzipFormat, 4096);
-    const QByteArray zl = compress(data, QtIOCompressor::ZlibFormat, 4096);
-    const QByteArray raw = compress(data, QtIOCompressor::RawZipFormat, 4096);
-    EXPECT_EQ(quint8(gz[0]), 0x1f);
-    EXPECT_EQ(quint8(gz[1]), 0x8b);
-    EXPECT_EQ(quint8(zl[0]), 0x78);
-    EXPECT_EQ((quint8(zl[0]) * 256 + quint8(zl[1])) % 31, 0); // zlib header check
-    EXPECT_EQ(zl.size(), raw.size() + 6); // two header bytes and the Adler-32
-    // A reader of the wrong format fails instead of producing bytes.
-    bool failed = false;
-    EXPECT_TRUE(expand(raw, QtIOCompressor::GzipFormat, 4096, 1, &failed).isEmpty());
-    EXPECT_TRUE(failed);
 }
 
 TEST(QtIOCompressor, InteroperatesWithTheGzipProgram)
@@ -190,17 +173,25 @@ TEST(QtIOCompressor, DamagedStreamsNeverInventOrHang)
     for (auto format : kFormats) {
         const QByteArray packed = compress(data, format, 512);
         for (int cut = 0; cut < packed.size(); ++cut) {
-            bool failed = false;
-            const QByteArray got = expand(packed.left(cut), format, 256, unsigned(cut), &failed);
+            const QByteArray got = expand(packed.left(cut), format, 256, unsigned(cut));
             ASSERT_TRUE(data.startsWith(got)) << "format " << format << " cut " << cut;
         }
+        // One read across the cut keeps what was inflated before it.
+        QBuffer in;
+        in.setData(packed.left(packed.size() / 2));
+        QtIOCompressor c(&in, 6, 1 << 16);
+        c.setStreamFormat(format);
+        ASSERT_TRUE(c.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+        QByteArray whole(data.size(), '\0');
+        const qint64 got = c.read(whole.data(), whole.size());
+        EXPECT_GT(got, 0);
+        EXPECT_TRUE(data.startsWith(whole.left(int(got))));
+        EXPECT_EQ(c.read(whole.data(), whole.size()), 0);
         // Every byte flipped: an error or some output, never a crash.
         for (int at = 0; at < packed.size(); at += 7) {
             QByteArray bad = packed;
             bad[at] = char(bad[at] ^ 0x5a);
-            bool failed = false;
-            const QByteArray got = expand(bad, format, 256, unsigned(at), &failed);
-            EXPECT_LE(got.size(), data.size() + 65536);
+            EXPECT_LE(expand(bad, format, 256, unsigned(at)).size(), data.size() + 65536);
         }
     }
 }
@@ -228,6 +219,8 @@ TEST(QtIOCompressor, OpenRulesAndWarnings)
                            QStringLiteral("QtIOCompressor::open: underlying device must be open "
                                           "in one of the ReadOnly or WriteOnly modes")}));
 
+    QtIOCompressor none(nullptr);
+    EXPECT_FALSE(none.open(QIODevice::ReadOnly));
     QFile missing(QStringLiteral("/nonexistent-dir/x.gz"));
     QtIOCompressor m(&missing);
     EXPECT_FALSE(m.open(QIODevice::ReadOnly));
@@ -244,39 +237,27 @@ TEST(QtIOCompressor, OpenRulesAndWarnings)
     EXPECT_EQ(r.readAll(), QByteArray("hello"));
 }
 
-TEST(QtIOCompressor, FlushMakesWrittenDataReadableAndBytesAvailableIsABoolean)
+TEST(QtIOCompressor, FlushBytesAvailableAndWriteErrors)
 {
     QBuffer out;
-    out.open(QIODevice::WriteOnly);
     QtIOCompressor w(&out);
     ASSERT_TRUE(w.open(QIODevice::WriteOnly));
     w.write(sample(10000, 2));
     w.flush();
-    const QByteArray synced = out.data(); // no end marker yet
+    EXPECT_TRUE(out.data().endsWith(QByteArray::fromHex("0000ffff"))); // the sync marker
     w.close();
-    EXPECT_GT(out.data().size(), synced.size());
-    EXPECT_TRUE(synced.endsWith(QByteArray::fromHex("0000ffff"))); // the sync marker
     EXPECT_TRUE(expand(out.data(), QtIOCompressor::ZlibFormat, 1024) == sample(10000, 2));
 
-    QBuffer in;
-    in.setData(out.data());
-    QtIOCompressor r(&in);
+    QtIOCompressor r(&out);
     EXPECT_EQ(r.bytesAvailable(), 0); // not open
     ASSERT_TRUE(r.open(QIODevice::ReadOnly));
-    EXPECT_EQ(r.bytesAvailable(), 1);
     char byte;
     ASSERT_EQ(r.read(&byte, 1), 1);
-    EXPECT_EQ(r.bytesAvailable(), 1);
+    EXPECT_EQ(r.bytesAvailable(), 1); // something, not how much
     r.readAll();
     EXPECT_EQ(r.bytesAvailable(), 0);
-    EXPECT_TRUE(QtIOCompressor::isGzipSupported());
-}
 
-TEST(QtIOCompressor, WriteFailureIsReportedOnce)
-{
     QFile full(QStringLiteral("/dev/full"));
-    if (!full.exists())
-        GTEST_SKIP() << "no /dev/full";
     ASSERT_TRUE(full.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     QtIOCompressor c(&full, 6, 64);
     ASSERT_TRUE(c.open(QIODevice::WriteOnly));

@@ -77,8 +77,8 @@ TEST(TableFileStream, SaveKilledAtRandomMomentsLeavesOldOrNew)
     TestAppHub hub;
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
-    std::unique_ptr<Table> tables[2] = {std::unique_ptr<Table>(makeFlowTable(20000, 1)),
-                                        std::unique_ptr<Table>(makeFlowTable(26000, 2))};
+    std::unique_ptr<Table> tables[2] = {std::unique_ptr<Table>(makeFlowTable(8000, 1)),
+                                        std::unique_ptr<Table>(makeFlowTable(11000, 2))};
     const QByteArray bytes[2] = {writeTable(tables[0].get()), writeTable(tables[1].get())};
     std::mt19937 rng(42);
     int killedMidway = 0;
