@@ -3,7 +3,8 @@
 # apt-get update runs only when something is actually missing.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev)
+packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev
+          clang libclang-rt-14-dev)
 
 missing=()
 for p in "${packages[@]}"; do
