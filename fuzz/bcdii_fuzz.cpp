@@ -97,7 +97,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if ((a.status & 241) != 0)
         return 0;
     FUZZ_CHECK(wellFormed(a), show(a) + QStringLiteral(" was read malformed"));
-    checkPrintsBack(a, t);
+    // Zero prints as no digits at all ("" or ".00"), which the reader refuses
+    // by design; xdecimal supplies the "0".
+    if (!(a.status & 2))
+        checkPrintsBack(a, t);
     if (split == std::string::npos)
         return 0;
     const Number b = parse(t, rest.substr(split + 1));

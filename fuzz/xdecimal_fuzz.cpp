@@ -22,7 +22,8 @@ void checkPrintsBack(const xdecimal &x, const QString &source)
         FUZZ_CHECK(false, source + QStringLiteral(" prints as ") + text +
                               QStringLiteral(", which does not read back: ") + e);
     }
-    FUZZ_CHECK(back.isEqual(x), source + QStringLiteral(" prints as ") + text +
+    // A zero read from text keeps no scale ("0.00" is 0), by design.
+    FUZZ_CHECK(x.isZero() ? back.isZero() : back.isEqual(x), source + QStringLiteral(" prints as ") + text +
                                     QStringLiteral(", which reads back as ") + back.toString());
 }
 

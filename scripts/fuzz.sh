@@ -28,6 +28,11 @@ for arg in "$@"; do
     esac
 done
 
+if [ "$seconds" -lt 1 ]; then
+    echo "fuzz.sh: SECONDS must be at least 1" >&2 # libFuzzer reads 0 as no limit
+    exit 2
+fi
+
 "$root/scripts/setup-deps.sh"
 
 build_dir=${BUILD_DIR:-build-fuzz}

@@ -354,6 +354,8 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
         {"g/empty", QString(QLatin1String(""))},
         {"g/binary", binary},
         {"g/rect", QRect(1, 2, 3, 4)},
+        {"g/wideRect", QRect(QPoint(-2147483647, -5), QPoint(2147483647, 5))},
+        {"g/mark", QStringLiteral("\uFEFF\uFEFFmarked")},
         {"g/size", QSize(10, 20)},
         {"g/point", QPoint(3, -4)},
         {"g/date", QDate(2023, 12, 31)},
@@ -369,7 +371,7 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
         s.setValue("n/int", 42);
         s.setValue("n/double", 0.1);
         s.setValue("n/bool", true);
-        s.setValue("n/list", QStringList{"a", "@b"});
+        s.setValue("n/list", QStringList{"a", "@b", QStringLiteral("\uFEFFc")});
         s.sync();
         EXPECT_EQ(s.status(), QSettings::NoError);
     }
@@ -394,7 +396,7 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
     EXPECT_EQ(s.value("n/int").toInt(), 42);
     EXPECT_EQ(s.value("n/double").toDouble(), 0.1);
     EXPECT_TRUE(s.value("n/bool").toBool());
-    EXPECT_EQ(s.value("n/list").toList(), (QVariantList{"a", "@b"}));
+    EXPECT_EQ(s.value("n/list").toList(), (QVariantList{"a", "@b", QStringLiteral("\uFEFFc")}));
 }
 
 TEST_F(JsonFileTest, WrittenArraysStayObjectsWithSize)
