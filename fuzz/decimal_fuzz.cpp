@@ -57,13 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const QString text = QString::fromUtf8(reinterpret_cast<const char *>(data), int(size));
 
-    bool parsed = false;
     decimal d;
-    try {
-        d = decimal::fromString(text);
-        parsed = true;
-    } catch (const QString &) {
-    }
+    const bool parsed = fuzz::readText(text, d);
     // The reader and the acceptance test share their patterns.
     if (parsed)
         FUZZ_CHECK(decimal::canConvert(text, true), text);

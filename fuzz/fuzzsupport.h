@@ -33,6 +33,18 @@ inline void start(int *argc, char ***argv)
     std::abort();
 }
 
+// Reads `text` with T::fromString, which throws a QString for text it refuses.
+template <class T>
+bool readText(const QString &text, T &value)
+{
+    try {
+        value = T::fromString(text);
+        return true;
+    } catch (const QString &) {
+        return false;
+    }
+}
+
 } // namespace fuzz
 
 #define FUZZ_CHECK(condition, detail) \

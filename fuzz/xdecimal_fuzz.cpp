@@ -63,13 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const QString text = QString::fromUtf8(reinterpret_cast<const char *>(data), int(size));
 
-    bool parsed = false;
     xdecimal x;
-    try {
-        x = xdecimal::fromString(text);
-        parsed = true;
-    } catch (const QString &) {
-    }
+    const bool parsed = fuzz::readText(text, x);
     if (parsed) {
         FUZZ_CHECK(xdecimal::canConvert(text, true), text);
         const int status = BCDIICheck(x.data() + 2, BCDIIType(x.data()[0] | x.data()[1] << 8));

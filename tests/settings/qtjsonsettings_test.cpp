@@ -194,7 +194,9 @@ TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
         QStringLiteral("@Variant(")
             + QString::fromLatin1("\x00\x00\x00\x08\x00\x00\x00\x01\x00\x00\x00\x02\x00k"
                                   "\x00\x00\x00\x0b\xff\xff\xff\xf0)",
-                                  27)};
+                                  27),
+        // And inside a variant that holds a variant.
+        QStringLiteral("@Variant(") + QString::fromLatin1("\x00\x00\x00\x29\x00\x00\x00\x09\x7f\xff\xff\xff)", 13)};
     for (const QString &t : texts) {
         const QVariant v = QtJsonSettings::stringToVariant(t);
         EXPECT_EQ(v.userType(), QMetaType::QString) << qPrintable(t);
