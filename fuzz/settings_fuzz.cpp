@@ -72,6 +72,19 @@ void asJsonKeepsLists(QSettings::SettingsMap &map)
             it.value() = QJsonArray::fromVariantList(it.value().toList()).toVariantList();
 }
 
+// A JSON member named "" or holding a slash reads as a key with an empty
+// segment ("a/", "a//b"), which no QSettings key has and which lands on the
+// same place as its neighbour when written: such a file is read and written
+// without a fault, but need not read back the same.
+bool hasEmptySegment(const QSettings::SettingsMap &map)
+{
+    for (auto it = map.begin(); it != map.end(); ++it)
+        if (it.key().startsWith(QLatin1Char('/')) || it.key().endsWith(QLatin1Char('/'))
+            || it.key().contains(QLatin1String("//")))
+            return true;
+    return false;
+}
+
 } // namespace
 
 FUZZ_INIT
@@ -88,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     bool written = false;
     const QByteArray file = writeMap(read, &written);
     asJsonKeepsLists(read);
-    if (read.isEmpty())
+    if (read.isEmpty() || hasEmptySegment(read))
         return 0;
     FUZZ_CHECK(written, describe(read) + QStringLiteral(" was not written"));
     QSettings::SettingsMap back;
