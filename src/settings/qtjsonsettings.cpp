@@ -388,6 +388,19 @@ QStringList QtJsonSettings::splitArgs(const QString &s, int idx)
     return result;
 }
 
+namespace {
+
+// Half of a surrogate pair without its other half: no codec can encode it.
+bool isLoneSurrogate(const QString &text, int i)
+{
+    const QChar c = text.at(i);
+    if (c.isHighSurrogate())
+        return i + 1 == text.size() || !text.at(i + 1).isLowSurrogate();
+    return c.isLowSurrogate() && (i == 0 || !text.at(i - 1).isHighSurrogate());
+}
+
+} // namespace
+
 void QtJsonSettings::escapedString(const QString &text, QByteArray &result, QTextCodec *codec)
 {
     const int start = result.size();
@@ -445,7 +458,8 @@ void QtJsonSettings::escapedString(const QString &text, QByteArray &result, QTex
             result += char(c);
             break;
         default:
-            if (c < 32 || (c >= 127 && !codec)) {
+            // A lone surrogate would become "?"; its escape reads back as itself.
+            if (c < 32 || (c >= 127 && !codec) || isLoneSurrogate(text, i)) {
                 appendHex(c);
                 digitGuard = true;
             } else if (codec) {
@@ -455,7 +469,7 @@ void QtJsonSettings::escapedString(const QString &text, QByteArray &result, QTex
                 int j = i + 1;
                 for (; j < n; ++j) {
                     const ushort u = text.at(j).unicode();
-                    if (u < 32 || u == '"' || u == '\\')
+                    if (u < 32 || u == '"' || u == '\\' || isLoneSurrogate(text, j))
                         break;
                     if (u == ';' || u == ',' || u == '=')
                         quote = true;

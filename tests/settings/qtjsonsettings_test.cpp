@@ -80,6 +80,9 @@ TEST(JsonEscaping, KnownFormsAndRoundTrip)
         {ctrlThenHex, "\\x1\\x66 g"},
         {QStringLiteral("Цена"), "\xD0\xA6\xD0\xB5\xD0\xBD\xD0\xB0"},
         {QString::fromUcs4(U"\U0001F600x"), "\xF0\x9F\x98\x80x"},
+        // Halves of a pair on their own, which UTF-8 cannot carry.
+        {QString(QChar(0xD83D)) + QChar(0xD83D) + QChar(0xDE00) + QLatin1String("a") + QChar(0xDE00),
+         "\\xd83d\xF0\x9F\x98\x80" "a\\xde00"},
         {QString(), ""},
     };
     for (const auto &c : cases) {
