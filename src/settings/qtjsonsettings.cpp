@@ -66,10 +66,12 @@ int hexValue(int c)
     return c - 'A' + 10;
 }
 
-void chopSpaces(QString &s)
+// Chops trailing spaces and tabs, but none at or before `keep`: those came
+// from escapes ("\t", "\x20"), which the writer uses to keep them.
+void chopSpaces(QString &s, int keep = 0)
 {
     int n = s.size();
-    while (n > 0 && (s.at(n - 1) == QLatin1Char(' ') || s.at(n - 1) == QLatin1Char('\t')))
+    while (n > keep && (s.at(n - 1) == QLatin1Char(' ') || s.at(n - 1) == QLatin1Char('\t')))
         --n;
     s.truncate(n);
 }
@@ -501,6 +503,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
     bool inQuotes = false;
     bool valueQuoted = false;
     bool isList = false;
+    int escapedUpTo = 0; // stringResult's length after its last escape
     int i = qMax(from, 0);
     to = qMin(to, bytes.size());
     const char *data = bytes.constData();
@@ -526,8 +529,10 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
                     break;
                 }
             }
-            if (mapped)
+            if (mapped) {
+                escapedUpTo = stringResult.size();
                 continue;
+            }
             if (e == 'x') {
                 if (i < to && isHexDigit(uchar(data[i]))) {
                     ushort value = 0;
@@ -545,6 +550,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
                     ++i;
             }
             // Any other escaped byte is dropped.
+            escapedUpTo = stringResult.size();
         } else if (ch == '"') {
             ++i;
             valueQuoted = true;
@@ -553,7 +559,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
                 skipSpaces();
         } else if (ch == ',' && !inQuotes) {
             if (!valueQuoted)
-                chopSpaces(stringResult);
+                chopSpaces(stringResult, escapedUpTo);
             if (!isList) {
                 isList = true;
                 listResult.clear();
@@ -561,6 +567,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
             }
             listResult.append(stringResult);
             stringResult.clear();
+            escapedUpTo = 0;
             valueQuoted = false;
             ++i;
             skipSpaces();
@@ -579,7 +586,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
     }
 
     if (!valueQuoted)
-        chopSpaces(stringResult);
+        chopSpaces(stringResult, escapedUpTo);
     if (isList)
         listResult.append(stringResult);
     return isList;

@@ -121,6 +121,7 @@ TEST(JsonUnescaping, ScannerRulesAndLists)
         {"a\\\r\nb\\\nc", QStringLiteral("abc")},     // line continuations
         {"a\\qb\\", QStringLiteral("ab")},            // unknown escape, trailing backslash
         {"\\?\\'\\a", QStringLiteral("?'\a")},
+        {"a\\t\\x20 \t, b\\t", QStringList{"a\t ", "b\t"}}, // escaped blanks are kept
         // Unquoted commas make lists.
         {"a, b ,c", QStringList{"a", "b", "c"}},
         {"\"a, b\", \" c\"", QStringList{"a, b", " c"}},
