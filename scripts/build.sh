@@ -4,6 +4,7 @@
 #   test   runs the whole test suite through CTest
 #   bench  runs the benchmarks
 #   build  only builds
+#   configure  only configures (for a caller that builds chosen targets)
 # Environment: BUILD_DIR (default build, or build-<sanitizer>), TABLEDB_SANITIZE
 # (empty, address or thread), BUILD_TYPE (default RelWithDebInfo), JOBS, and
 # CMAKE_ARGS for further configure options.
@@ -27,6 +28,9 @@ jobs=${JOBS:-$(nproc)}
 cmake -S . -B "$build_dir" \
     -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" \
     -DTABLEDB_SANITIZE="$sanitize" ${CMAKE_ARGS:-} >/dev/null
+if [ "$action" = configure ]; then
+    exit 0
+fi
 cmake --build "$build_dir" -j "$jobs"
 
 case "$sanitize" in
@@ -56,7 +60,7 @@ case "$action" in
     build)
         ;;
     *)
-        echo "usage: $0 [run|test|bench|build]" >&2
+        echo "usage: $0 [run|test|bench|build|configure]" >&2
         exit 2
         ;;
 esac

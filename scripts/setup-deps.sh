@@ -5,7 +5,9 @@ set -euo pipefail
 
 packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev
     # benchmark-only: the comparisons in bench/peers_bench.cpp and bench/tableio_bench.cpp
-    libsqlite3-dev libboost-dev)
+    libsqlite3-dev libboost-dev
+    # fuzzing only: scripts/fuzz.sh
+    clang libclang-rt-14-dev)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -60,6 +60,38 @@ public:
     static void mergeRuns(Iterator begin, Iterator middle, Iterator end, const Compare &compare);
 
 private:
+#if defined(TABLEDB_TSAN)
+    // An iterator over the work items that tells ThreadSanitizer of the
+    // hand-over before Qt's kernel reads an item on a pool thread.
+    template <typename It>
+    struct HandOverIterator
+    {
+        typedef std::random_access_iterator_tag iterator_category;
+        typedef typename std::iterator_traits<It>::value_type value_type;
+        typedef typename std::iterator_traits<It>::difference_type difference_type;
+        typedef value_type *pointer;
+        typedef value_type &reference;
+
+        It it;
+        const void *handOver;
+
+        reference operator*() const
+        {
+            __tsan_acquire(const_cast<void *>(handOver));
+            return *it;
+        }
+        HandOverIterator &operator++() { ++it; return *this; }
+        HandOverIterator operator++(int) { HandOverIterator old = *this; ++it; return old; }
+        HandOverIterator &operator--() { --it; return *this; }
+        HandOverIterator &operator+=(difference_type n) { it += n; return *this; }
+        HandOverIterator operator+(difference_type n) const { return {it + n, handOver}; }
+        difference_type operator-(const HandOverIterator &o) const { return it - o.it; }
+        bool operator==(const HandOverIterator &o) const { return it == o.it; }
+        bool operator!=(const HandOverIterator &o) const { return it != o.it; }
+        bool operator<(const HandOverIterator &o) const { return it < o.it; }
+    };
+#endif
+
     // blockingMap on the global pool. The hand-over of the data to the pool
     // threads and back goes through Qt's uninstrumented thread pool, so a
     // ThreadSanitizer build is told about it here.
@@ -69,11 +101,12 @@ private:
 #if defined(TABLEDB_TSAN)
         static char handOver;
         __tsan_release(&handOver);
-        QtConcurrent::blockingMap(items, [&function](typename Items::value_type &item) {
-            __tsan_acquire(&handOver);
-            function(item);
-            __tsan_release(&handOver);
-        });
+        typedef HandOverIterator<typename Items::iterator> It;
+        QtConcurrent::blockingMap(It{items.begin(), &handOver}, It{items.end(), &handOver},
+                                  [&function](typename Items::value_type &item) {
+                                      function(item);
+                                      __tsan_release(&handOver);
+                                  });
         __tsan_acquire(&handOver);
 #else
         QtConcurrent::blockingMap(items, function);

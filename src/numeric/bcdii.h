@@ -131,7 +131,8 @@ TABLEDB_EXPORT double BCDIIPow10(int n);
 // number of fraction digits (a zero keeps *t). More integer digits than *t can
 // hold, or more than 62 fraction digits, give the marker and 17 with *t
 // unchanged; text without digits gives the marker and 48. Any length of text
-// is safe.
+// is safe. The scale read decides the size of the result, so dst must hold
+// (p >> 1) + 1 bytes, the most that precision p takes at any scale.
 TABLEDB_EXPORT int BCDIIParse(unsigned char *dst, BCDIIType *t, const char *text);
 
 // The number as NUL-terminated text, "-" and digits with no leading zeros

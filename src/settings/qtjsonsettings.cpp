@@ -24,6 +24,15 @@ const int PassThroughType = 55;
 QSettings::Format s_jsonFormat = QSettings::InvalidFormat;
 QSettings::Format s_mapFormat = QSettings::InvalidFormat;
 
+// QRect(x, y, w, h) with the far corner in 32-bit wrapping arithmetic, the
+// inverse of the extents that variantToString writes; QRect's own constructor
+// would overflow on the extents of a damaged file.
+QRect rectFromExtents(int x, int y, int width, int height)
+{
+    return QRect(QPoint(x, y), QPoint(int(uint(x) + uint(width) - 1u),
+                                      int(uint(y) + uint(height) - 1u)));
+}
+
 bool readNothing(QIODevice &, QSettings::SettingsMap &)
 {
     return true;
@@ -57,10 +66,12 @@ int hexValue(int c)
     return c - 'A' + 10;
 }
 
-void chopSpaces(QString &s)
+// Chops trailing spaces and tabs, but none at or before `keep`: those came
+// from escapes ("\t", "\x20"), which the writer uses to keep them.
+void chopSpaces(QString &s, int keep = 0)
 {
     int n = s.size();
-    while (n > 0 && (s.at(n - 1) == QLatin1Char(' ') || s.at(n - 1) == QLatin1Char('\t')))
+    while (n > keep && (s.at(n - 1) == QLatin1Char(' ') || s.at(n - 1) == QLatin1Char('\t')))
         --n;
     s.truncate(n);
 }
@@ -80,6 +91,30 @@ void skipByteOrderMark(QIODevice &device)
             break;
         device.seek(0);
     }
+}
+
+// Qt's UTF-8 decoding, inside its JSON reader and writer too, drops U+FEFF at
+// the start of a text as a byte-order mark; in a settings value it is a
+// character. These two keep it.
+const char Utf8Mark[] = "\xEF\xBB\xBF";
+
+QString fromUtf8KeepingMarks(const QByteArray &bytes)
+{
+    QString text;
+    int from = 0;
+    while (bytes.size() - from >= 3 && bytes.mid(from, 3) == Utf8Mark) {
+        text += QChar(QChar::ByteOrderMark);
+        from += 3;
+    }
+    return text + QString::fromUtf8(bytes.constData() + from, bytes.size() - from);
+}
+
+// Every mark (after the file's own, which is skipped) is given to the JSON
+// reader as the escape "\ufeff", which it keeps. Outside a string the mark is
+// an error either way.
+QByteArray escapeMarks(QByteArray json)
+{
+    return json.replace(QByteArray(Utf8Mark), QByteArray("\\ufeff"));
 }
 
 // Every byte, NULs included (the QByteArray overload stops at the first NUL).
@@ -111,7 +146,7 @@ bool mayReplace(const QIODevice &device)
     buffer.open(QIODevice::ReadOnly);
     skipByteOrderMark(buffer);
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(buffer.readAll(), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(escapeMarks(buffer.readAll()), &error);
     return error.error == QJsonParseError::NoError && document.isObject();
 }
 
@@ -158,7 +193,7 @@ bool QtJsonSettings::readJsonFile(QIODevice &device, QSettings::SettingsMap &map
     skipByteOrderMark(device);
 
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(device.readAll(), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(escapeMarks(device.readAll()), &error);
     if (error.error == QJsonParseError::NoError) {
         QString path;
         flatten(path, map, document.object().toVariantMap());
@@ -193,7 +228,7 @@ bool QtJsonSettings::writeJsonFile(QIODevice &device, const QSettings::SettingsM
         } else {
             QByteArray bytes;
             escapedString(variantToString(value), bytes, utf8Codec());
-            v = QVariant(bytes);
+            v = QVariant(fromUtf8KeepingMarks(bytes));
         }
         root = insertPath(root, it.key(), v);
     }
@@ -224,12 +259,14 @@ QString QtJsonSettings::variantToString(const QVariant &value)
         return QStringLiteral("@ByteArray(") + latin1(value.toByteArray())
                + QLatin1Char(')');
     case QMetaType::QRect: {
+        // Extents in 32-bit wrapping arithmetic: any corners a file held come
+        // back the same, where QRect::width() would overflow.
         const QRect r = qvariant_cast<QRect>(value);
         return QStringLiteral("@Rect(%1 %2 %3 %4)")
-            .arg(r.x())
-            .arg(r.y())
-            .arg(r.width())
-            .arg(r.height());
+            .arg(r.left())
+            .arg(r.top())
+            .arg(int(uint(r.right()) - uint(r.left()) + 1u))
+            .arg(int(uint(r.bottom()) - uint(r.top()) + 1u));
     }
     case QMetaType::QSize: {
         const QSize s = value.canConvert<QSize>() ? qvariant_cast<QSize>(value) : QSize(-1, -1);
@@ -282,8 +319,8 @@ QVariant QtJsonSettings::stringToVariant(const QString &s)
             } else if (s.startsWith(QLatin1String("@Rect("))) {
                 const QStringList args = splitArgs(s, 5);
                 if (args.size() == 4)
-                    return QVariant(QRect(args[0].toInt(), args[1].toInt(), args[2].toInt(),
-                                          args[3].toInt()));
+                    return QVariant(rectFromExtents(args[0].toInt(), args[1].toInt(),
+                                                    args[2].toInt(), args[3].toInt()));
             } else if (s.startsWith(QLatin1String("@Size("))) {
                 const QStringList args = splitArgs(s, 5);
                 if (args.size() == 2)
@@ -353,6 +390,19 @@ QStringList QtJsonSettings::splitArgs(const QString &s, int idx)
     return result;
 }
 
+namespace {
+
+// Half of a surrogate pair without its other half: no codec can encode it.
+bool isLoneSurrogate(const QString &text, int i)
+{
+    const QChar c = text.at(i);
+    if (c.isHighSurrogate())
+        return i + 1 == text.size() || !text.at(i + 1).isLowSurrogate();
+    return c.isLowSurrogate() && (i == 0 || !text.at(i - 1).isHighSurrogate());
+}
+
+} // namespace
+
 void QtJsonSettings::escapedString(const QString &text, QByteArray &result, QTextCodec *codec)
 {
     const int start = result.size();
@@ -410,7 +460,8 @@ void QtJsonSettings::escapedString(const QString &text, QByteArray &result, QTex
             result += char(c);
             break;
         default:
-            if (c < 32 || (c >= 127 && !codec)) {
+            // A lone surrogate would become "?"; its escape reads back as itself.
+            if (c < 32 || (c >= 127 && !codec) || isLoneSurrogate(text, i)) {
                 appendHex(c);
                 digitGuard = true;
             } else if (codec) {
@@ -420,7 +471,7 @@ void QtJsonSettings::escapedString(const QString &text, QByteArray &result, QTex
                 int j = i + 1;
                 for (; j < n; ++j) {
                     const ushort u = text.at(j).unicode();
-                    if (u < 32 || u == '"' || u == '\\')
+                    if (u < 32 || u == '"' || u == '\\' || isLoneSurrogate(text, j))
                         break;
                     if (u == ';' || u == ',' || u == '=')
                         quote = true;
@@ -452,6 +503,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
     bool inQuotes = false;
     bool valueQuoted = false;
     bool isList = false;
+    int escapedUpTo = 0; // stringResult's length after its last escape
     int i = qMax(from, 0);
     to = qMin(to, bytes.size());
     const char *data = bytes.constData();
@@ -477,8 +529,10 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
                     break;
                 }
             }
-            if (mapped)
+            if (mapped) {
+                escapedUpTo = stringResult.size();
                 continue;
+            }
             if (e == 'x') {
                 if (i < to && isHexDigit(uchar(data[i]))) {
                     ushort value = 0;
@@ -496,6 +550,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
                     ++i;
             }
             // Any other escaped byte is dropped.
+            escapedUpTo = stringResult.size();
         } else if (ch == '"') {
             ++i;
             valueQuoted = true;
@@ -504,7 +559,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
                 skipSpaces();
         } else if (ch == ',' && !inQuotes) {
             if (!valueQuoted)
-                chopSpaces(stringResult);
+                chopSpaces(stringResult, escapedUpTo);
             if (!isList) {
                 isList = true;
                 listResult.clear();
@@ -512,6 +567,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
             }
             listResult.append(stringResult);
             stringResult.clear();
+            escapedUpTo = 0;
             valueQuoted = false;
             ++i;
             skipSpaces();
@@ -519,7 +575,9 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
             int j = i + 1;
             while (j < to && data[j] != '\\' && data[j] != '"' && data[j] != ',')
                 ++j;
-            if (codec)
+            if (codec && codec->mibEnum() == 106) // UTF-8
+                stringResult += fromUtf8KeepingMarks(QByteArray::fromRawData(data + i, j - i));
+            else if (codec)
                 stringResult += codec->toUnicode(data + i, j - i);
             else
                 stringResult += QString::fromLatin1(data + i, j - i);
@@ -528,7 +586,7 @@ bool QtJsonSettings::unescapedStringList(const QByteArray &bytes, int from, int 
     }
 
     if (!valueQuoted)
-        chopSpaces(stringResult);
+        chopSpaces(stringResult, escapedUpTo);
     if (isList)
         listResult.append(stringResult);
     return isList;

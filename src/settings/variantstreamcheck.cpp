@@ -44,6 +44,8 @@ bool checkPayload(QDataStream &s, int type, int depth)
             s >> item;
         }
         break;
+    case QMetaType::QVariant: // a variant that holds a variant
+        return checkVariant(s, depth + 1);
     case QMetaType::QVariantMap:
     case QMetaType::QVariantHash:
         s >> n;

@@ -156,6 +156,7 @@ TEST(RunnableManager, TasksStoppedWhileQueuedStillRunAndSeeTheStop)
     EXPECT_EQ(counters.runs, 20);
     EXPECT_EQ(counters.ranWhileAllowed, 0);
     pool.waitForDone();
+    EXPECT_EQ(counters.destroyed, 20); // each task deleted once, before `counters` goes
 }
 
 TEST(RunnableManager, DestructionWaitsForATaskThatIgnoresTheStop)

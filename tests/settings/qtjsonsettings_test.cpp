@@ -80,6 +80,9 @@ TEST(JsonEscaping, KnownFormsAndRoundTrip)
         {ctrlThenHex, "\\x1\\x66 g"},
         {QStringLiteral("Цена"), "\xD0\xA6\xD0\xB5\xD0\xBD\xD0\xB0"},
         {QString::fromUcs4(U"\U0001F600x"), "\xF0\x9F\x98\x80x"},
+        // Halves of a pair on their own, which UTF-8 cannot carry.
+        {QString(QChar(0xD83D)) + QChar(0xD83D) + QChar(0xDE00) + QLatin1String("a") + QChar(0xDE00),
+         "\\xd83d\xF0\x9F\x98\x80" "a\\xde00"},
         {QString(), ""},
     };
     for (const auto &c : cases) {
@@ -118,6 +121,7 @@ TEST(JsonUnescaping, ScannerRulesAndLists)
         {"a\\\r\nb\\\nc", QStringLiteral("abc")},     // line continuations
         {"a\\qb\\", QStringLiteral("ab")},            // unknown escape, trailing backslash
         {"\\?\\'\\a", QStringLiteral("?'\a")},
+        {"a\\t\\x20 \t, b\\t", QStringList{"a\t ", "b\t"}}, // escaped blanks are kept
         // Unquoted commas make lists.
         {"a, b ,c", QStringList{"a", "b", "c"}},
         {"\"a, b\", \" c\"", QStringList{"a, b", " c"}},
@@ -194,7 +198,9 @@ TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
         QStringLiteral("@Variant(")
             + QString::fromLatin1("\x00\x00\x00\x08\x00\x00\x00\x01\x00\x00\x00\x02\x00k"
                                   "\x00\x00\x00\x0b\xff\xff\xff\xf0)",
-                                  27)};
+                                  27),
+        // And inside a variant that holds a variant.
+        QStringLiteral("@Variant(") + QString::fromLatin1("\x00\x00\x00\x29\x00\x00\x00\x09\x7f\xff\xff\xff)", 13)};
     for (const QString &t : texts) {
         const QVariant v = QtJsonSettings::stringToVariant(t);
         EXPECT_EQ(v.userType(), QMetaType::QString) << qPrintable(t);
@@ -354,6 +360,8 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
         {"g/empty", QString(QLatin1String(""))},
         {"g/binary", binary},
         {"g/rect", QRect(1, 2, 3, 4)},
+        {"g/wideRect", QRect(QPoint(-2147483647, -5), QPoint(2147483647, 5))},
+        {"g/mark", QStringLiteral("\uFEFF\uFEFFmarked")},
         {"g/size", QSize(10, 20)},
         {"g/point", QPoint(3, -4)},
         {"g/date", QDate(2023, 12, 31)},
@@ -369,7 +377,7 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
         s.setValue("n/int", 42);
         s.setValue("n/double", 0.1);
         s.setValue("n/bool", true);
-        s.setValue("n/list", QStringList{"a", "@b"});
+        s.setValue("n/list", QStringList{"a", "@b", QStringLiteral("\uFEFFc")});
         s.sync();
         EXPECT_EQ(s.status(), QSettings::NoError);
     }
@@ -394,7 +402,7 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
     EXPECT_EQ(s.value("n/int").toInt(), 42);
     EXPECT_EQ(s.value("n/double").toDouble(), 0.1);
     EXPECT_TRUE(s.value("n/bool").toBool());
-    EXPECT_EQ(s.value("n/list").toList(), (QVariantList{"a", "@b"}));
+    EXPECT_EQ(s.value("n/list").toList(), (QVariantList{"a", "@b", QStringLiteral("\uFEFFc")}));
 }
 
 TEST_F(JsonFileTest, WrittenArraysStayObjectsWithSize)

@@ -1,0 +1,289 @@
+// Readers on other threads that hold TableLocker see whole transactions: one
+// thread applies updates in transactions to a keyed table while two others
+// walk sorted views of it and check every row and every neighbouring pair.
+// The table has one row per slot s, keyed s or s + rows; a quarter of the
+// updates replace the row by its twin (a removal and an insert in one
+// transaction), so the views change shape, and a reader that saw half a
+// transaction would find a slot empty or twice.
+//
+// TABLEDB_LOAD_ROWS and TABLEDB_LOAD_UPDATES scale a run down (the
+// sanitizer builds in CI use them); the defaults are 100000 rows and 1000000
+// updates, in transactions of 1000. A walk holds the lock as a transaction
+// does, so readers walk about 32 times each rather than as often as they can:
+// the run then costs the updates plus a bounded number of walks.
+
+#include "tabletestsupport.h"
+
+#include "index/indexsort.h"
+#include "table/recordstrans.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace {
+
+enum Column { Key, Seq, Check, Inverse };
+
+int seqOf(const Record &r) { return FieldType::getInt(r.data(Seq).data()); }
+
+// The two check cells of a row written by update `seq`: a row whose cells
+// come from two different updates is not whole.
+int64 checkValue(int key, int seq) { return int64(key) * 1000003 + int64(seq) * 7919 + 1; }
+
+void writeRow(const Record &r, int key, int seq)
+{
+    FieldType::setInt(r.data(Seq).data(), seq);
+    FieldType::setInt64(r.data(Check).data(), checkValue(key, seq));
+    FieldType::setInt64(r.data(Inverse).data(), ~checkValue(key, seq));
+}
+
+bool isWhole(const Record &r)
+{
+    const int64 check = FieldType::getInt64(r.data(Check).data());
+    return check == checkValue(keyOf(r), seqOf(r))
+           && FieldType::getInt64(r.data(Inverse).data()) == ~check;
+}
+
+int cmp(int64 a, int64 b) { return (a > b) - (a < b); }
+
+// The views. The first three have keys that no update changes and take every
+// row; the others leave rows out (by a fixed filter), move rows (by key) or
+// move them in and out of the view (by a filter on the updated column).
+enum class Order { Key, KeyDescending, Group, EvenKeysDescending, LastUpdate, SelectedByUpdate };
+
+class View : public IndexSort
+{
+public:
+    View(Table *t, Order order) : IndexSort(t, true), m_order(order) { }
+
+    int compare(const Record &a, const Record &b) const override
+    {
+        switch (m_order) {
+        case Order::Key:
+            return cmp(keyOf(a), keyOf(b));
+        case Order::KeyDescending:
+        case Order::EvenKeysDescending:
+        case Order::SelectedByUpdate:
+            return cmp(keyOf(b), keyOf(a));
+        case Order::Group: {
+            const int c = cmp(keyOf(a) % 97, keyOf(b) % 97);
+            return c ? c : cmp(keyOf(a), keyOf(b));
+        }
+        case Order::LastUpdate: {
+            const int c = cmp(seqOf(a), seqOf(b));
+            return c ? c : cmp(keyOf(a), keyOf(b));
+        }
+        }
+        return 0;
+    }
+    bool filter(const Record &r) const override
+    {
+        switch (m_order) {
+        case Order::EvenKeysDescending:
+            return keyOf(r) % 2 == 0;
+        case Order::SelectedByUpdate:
+            return seqOf(r) % 3 == 1;
+        default:
+            return true;
+        }
+    }
+
+private:
+    Order m_order;
+};
+
+int envOr(const char *name, int fallback)
+{
+    const char *text = std::getenv(name);
+    return text && std::atoi(text) > 0 ? std::atoi(text) : fallback;
+}
+
+struct Findings
+{
+    std::atomic<long> walks{0};
+    std::atomic<long> rowsSeen{0};
+    std::atomic<long> torn{0};
+    std::atomic<long> misordered{0}; // neighbours out of order, or an equal pair
+    std::atomic<long> wrongCount{0}; // a view that lost or doubled rows
+    std::atomic<long> strangers{0}; // rows in a view whose filter refuses them
+};
+
+class Load
+{
+public:
+    Load(int rows, const std::vector<Order> &orders)
+        : m_table(new Table(QStringLiteral("load"))), m_rows(rows), m_current(size_t(rows))
+    {
+        m_table->addColumn(QStringLiteral("key"), FieldType::Integer, 0, false);
+        m_table->addColumn(QStringLiteral("seq"), FieldType::Integer, 0, false);
+        m_table->addColumn(QStringLiteral("check"), FieldType::Integer64, 0, false);
+        m_table->addColumn(QStringLiteral("inverse"), FieldType::Integer64, 0, false);
+        m_table->setMasterIndex(new IntKeyMaster(m_table.get()));
+        m_views.emplace_back(new View(m_table.get(), Order::Key)); // the reference walk
+        for (Order order : orders)
+            m_views.emplace_back(new View(m_table.get(), order));
+        TableUpdater bracket(m_table.get());
+        RecordsTrans trans(m_table.get());
+        for (int key = 0; key < rows; ++key) {
+            m_current[size_t(key)] = key;
+            Record row(m_table.get());
+            FieldType::setInt(row.data(Key).data(), key);
+            writeRow(row, key, 0);
+            RecordUpdater(row, trans);
+        }
+    }
+    ~Load()
+    {
+        for (auto &view : m_views)
+            m_table->removeIndex(view.get());
+    }
+
+    // Applies `updates` updates to random slots in transactions of
+    // `perTransaction`, counting the transactions in `applied`, and returns
+    // the last update of each key.
+    std::vector<int> write(int updates, int perTransaction, std::atomic<int> &applied)
+    {
+        std::vector<int> last(size_t(2 * m_rows), 0);
+        std::mt19937 random(20261124);
+        for (int seq = 1; seq <= updates; ++applied) {
+            TableUpdater bracket(m_table.get());
+            RecordsTrans trans(m_table.get());
+            for (int i = 0; i < perTransaction && seq <= updates; ++i, ++seq) {
+                const int slot = int(random() % unsigned(m_rows));
+                int &key = m_current[size_t(slot)];
+                Record probe(m_table.get());
+                FieldType::setInt(probe.data(Key).data(), key);
+                if (random() % 4 == 0) {
+                    RecordUpdater(probe, trans).remove();
+                    key = key < m_rows ? key + m_rows : key - m_rows;
+                    probe = Record(m_table.get());
+                    FieldType::setInt(probe.data(Key).data(), key);
+                }
+                RecordUpdater row(probe, trans);
+                writeRow(row, key, seq);
+                last[size_t(key)] = seq;
+            }
+        }
+        return last;
+    }
+
+    // One walk of every view under the lock.
+    void walk(Findings &f) const
+    {
+        TableLocker lock(m_table.get());
+        std::vector<long> members(m_views.size(), 0);
+        std::vector<bool> slotSeen(size_t(m_rows), false);
+        const Record *previous = nullptr;
+        for (const Record &row : *m_views[0]) {
+            if (!isWhole(row))
+                ++f.torn;
+            if (previous && keyOf(*previous) >= keyOf(row))
+                ++f.misordered;
+            previous = &row;
+            const size_t slot = size_t(keyOf(row) % m_rows);
+            if (slotSeen[slot]) // a row and its twin at once
+                ++f.wrongCount;
+            slotSeen[slot] = true;
+            for (size_t v = 1; v < m_views.size(); ++v)
+                members[v] += m_views[v]->filter(row);
+        }
+        if (m_views[0]->count() != m_rows)
+            ++f.wrongCount;
+        long seen = m_views[0]->count();
+
+        for (size_t v = 1; v < m_views.size(); ++v) {
+            const View &view = *m_views[v];
+            previous = nullptr;
+            for (const Record &row : view) {
+                if (!isWhole(row))
+                    ++f.torn;
+                if (!view.filter(row))
+                    ++f.strangers;
+                if (previous && view.compare(*previous, row) >= 0)
+                    ++f.misordered;
+                previous = &row;
+            }
+            seen += view.count();
+            if (view.count() != members[v])
+                ++f.wrongCount;
+        }
+        f.rowsSeen += seen;
+        ++f.walks;
+    }
+
+    // The rows that are not the slot's present key with its last update.
+    int lostUpdates(const std::vector<int> &last) const
+    {
+        int lost = 0;
+        for (const Record &row : *m_views[0])
+            lost += keyOf(row) != m_current[size_t(keyOf(row) % m_rows)]
+                    || seqOf(row) != last[size_t(keyOf(row))];
+        return lost;
+    }
+
+private:
+    std::unique_ptr<Table> m_table;
+    std::vector<std::unique_ptr<View>> m_views; // removed from the table before they go
+    int m_rows;
+    std::vector<int> m_current; // the key of each slot, the writer's
+};
+
+void runLoad(const std::vector<Order> &orders)
+{
+    const int rows = envOr("TABLEDB_LOAD_ROWS", 100000);
+    const int updates = envOr("TABLEDB_LOAD_UPDATES", 1000000);
+    Load load(rows, orders);
+
+    const int perTransaction = 1000;
+    const int stride = std::max(1, updates / perTransaction / 32);
+    std::atomic<bool> writing{true};
+    std::atomic<int> applied{0};
+    Findings findings;
+    auto reader = [&] {
+        do {
+            load.walk(findings);
+            const int next = applied.load() + stride;
+            while (writing.load() && applied.load() < next)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        } while (writing.load());
+    };
+    std::thread readers[] = {std::thread(reader), std::thread(reader)};
+    const std::vector<int> last = load.write(updates, perTransaction, applied);
+    writing = false;
+    for (std::thread &t : readers)
+        t.join();
+    load.walk(findings); // and the final state
+
+    EXPECT_EQ(findings.torn.load(), 0);
+    EXPECT_EQ(findings.misordered.load(), 0);
+    EXPECT_EQ(findings.wrongCount.load(), 0);
+    EXPECT_EQ(findings.strangers.load(), 0);
+    EXPECT_EQ(load.lostUpdates(last), 0);
+    EXPECT_GE(findings.walks.load(), 3);
+    ::testing::Test::RecordProperty("walks", int(findings.walks.load()));
+}
+
+TEST(TableLockerLoad, ReadersSeeWholeRowsAndOrderedViewsWhileUpdatesRun)
+{
+    runLoad({Order::KeyDescending, Order::Group});
+}
+
+// Fails today: batch maintenance of a sorted view looks up every updated row
+// by key, and a row that the view doesn't hold (it fails the filter) or whose
+// key has moved is then found by a walk that hands out positions of other
+// rows, so the view loses or doubles rows. Enable once IndexSort finds such
+// rows by identity.
+TEST(TableLockerLoad, DISABLED_FilteredAndMovingViewsStayExactWhileUpdatesRun)
+{
+    runLoad({Order::EvenKeysDescending, Order::LastUpdate, Order::SelectedByUpdate});
+}
+
+} // namespace
