@@ -4,7 +4,10 @@
 #include "index/masterindex.h"
 #include "table/table.h"
 
+#include <QStringList>
+
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -31,9 +34,6 @@ QString MarketCheck::view(const IndexSort &view)
             expected.push_back(row);
     }
     std::vector<Record> held(view.begin(), view.end());
-    if (held.size() != expected.size())
-        return QStringLiteral("holds %1 rows where the table has %2").arg(held.size()).arg(expected.size());
-
     int misordered = 0, first = -1;
     for (size_t i = 1; i < held.size(); ++i) {
         if (view.compare(held[i - 1], held[i]) > 0) {
@@ -43,16 +43,32 @@ QString MarketCheck::view(const IndexSort &view)
         }
     }
 
+    // Identity, not key: the same row must stand there once.
     std::sort(held.begin(), held.end());
     std::sort(expected.begin(), expected.end());
-    const auto mismatch = std::mismatch(held.begin(), held.end(), expected.begin());
-    if (mismatch.first != held.end()) {
-        const Record &row = *mismatch.first < *mismatch.second ? *mismatch.first : *mismatch.second;
-        const bool extra = *mismatch.first < *mismatch.second;
-        return QStringLiteral("%1 row %2").arg(extra ? QStringLiteral("holds a foreign or doubled")
-                                                     : QStringLiteral("misses the"),
-                                               row.toString());
-    }
+    QStringList wrong;
+    const auto doubled = std::adjacent_find(held.begin(), held.end());
+    if (doubled != held.end())
+        wrong.append(QStringLiteral("holds row %1 twice").arg(doubled->toString()));
+    held.erase(std::unique(held.begin(), held.end()), held.end());
+    std::vector<Record> difference;
+    std::set_difference(expected.begin(), expected.end(), held.begin(), held.end(),
+                        std::back_inserter(difference));
+    if (!difference.empty())
+        wrong.append(QStringLiteral("misses %1 rows, the first %2")
+                             .arg(difference.size())
+                             .arg(difference.front().toString()));
+    difference.clear();
+    std::set_difference(held.begin(), held.end(), expected.begin(), expected.end(),
+                        std::back_inserter(difference));
+    if (!difference.empty())
+        wrong.append(QStringLiteral("holds %1 rows that are not in the table or fail its filter")
+                             .arg(difference.size()));
+    if (!wrong.isEmpty())
+        return QStringLiteral("holds %1 rows where the table has %2: %3")
+                .arg(view.count())
+                .arg(expected.size())
+                .arg(wrong.join(QStringLiteral("; ")));
     if (misordered > 0)
         return QStringLiteral("%1 neighbours out of order, the first at position %2")
                 .arg(misordered)
