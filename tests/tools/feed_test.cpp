@@ -4,14 +4,25 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTemporaryDir>
 
 namespace {
+
+// Each session saves into a directory of its own, removed with the process.
+QString freshDataDir()
+{
+    static QTemporaryDir root;
+    static int next = 0;
+    return root.filePath(QString::number(++next));
+}
 
 FeedOptions smallRun()
 {
     FeedOptions options;
+    options.dataDir = freshDataDir();
     options.instruments = 300;
     options.orders = 3000;
     options.transactions = 600;
@@ -77,8 +88,15 @@ TEST(FeedSession, ShortRunPassesEveryCheck)
     FeedSession session(smallRun(), nullptr, FeedSession::NoProgress);
     const FeedSummary summary = session.run();
     EXPECT_EQ(summary.transactions, 600);
-    EXPECT_TRUE(summary.viewsExact) << summary.problems.join(QLatin1Char('\n')).toStdString();
-    EXPECT_TRUE(summary.problems.isEmpty());
+    EXPECT_TRUE(summary.passed()) << summary.problems.join(QLatin1Char('\n')).toStdString();
+    EXPECT_TRUE(summary.viewsExact && summary.joinsExact && summary.changesSeen
+                && summary.reloadEqual);
+    // The consumer saw the change log at least at the final pick-up, and the
+    // quotes reached the orders through the join as updates.
+    EXPECT_GE(summary.consumerPickups, 1);
+    EXPECT_GT(summary.consumerInserted, 0);
+    EXPECT_GT(summary.consumerUpdated, 0);
+    EXPECT_EQ(summary.saves, 4);
     ASSERT_EQ(summary.rows.size(), 4);
     EXPECT_EQ(summary.rows.at(0), qMakePair(QStringLiteral("Instruments"), 300));
     EXPECT_GT(summary.rows.at(1).second, 0);
@@ -137,4 +155,20 @@ TEST(FeedSession, TamperedViewIsReported)
     EXPECT_FALSE(summary.passed());
     ASSERT_EQ(summary.problems.size(), 1);
     EXPECT_TRUE(summary.problems.first().contains(QLatin1String("instruments by last price")));
+}
+
+TEST(FeedSession, CompressedSavesLeaveOnlyGzipFiles)
+{
+    FeedOptions options = smallRun();
+    options.transactions = 100;
+    options.compress = true;
+    FeedSession session(options, nullptr, FeedSession::NoProgress);
+    const FeedSummary summary = session.run();
+    EXPECT_TRUE(summary.reloadEqual) << summary.problems.join(QLatin1Char('\n')).toStdString();
+    const QDir dir(options.dataDir);
+    for (Table *table : session.market().tables()) {
+        EXPECT_TRUE(dir.exists(table->name() + QStringLiteral(".gz"))) << table->name().toStdString();
+        EXPECT_FALSE(dir.exists(table->name())) << table->name().toStdString();
+    }
+    EXPECT_TRUE(dir.exists(QStringLiteral("feed.log")));
 }

@@ -8,8 +8,8 @@
 struct FeedOptions
 {
     int instruments = 2000;
-    int orders = 200000;
-    int transactions = 6000; // ignored when seconds > 0
+    int orders = 100000;
+    int transactions = 2000; // ignored when seconds > 0
     double seconds = 0;
     quint64 seed = 1;
     QString dataDir = QStringLiteral("feed-data");

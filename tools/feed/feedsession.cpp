@@ -1,7 +1,14 @@
 #include "feedsession.h"
 
+#include "changeconsumer.h"
+#include "feedhub.h"
+#include "io/tableio.h"
+#include "join/tablejoin.h"
 #include "marketcheck.h"
+#include "runtime/exception.h"
+#include "runtime/runnablemanager.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 
@@ -18,23 +25,34 @@ double residentBytes()
 }
 
 // Sizes of the transactions of one round of the streams.
-const int kQuoteUpdates = 200;
+const int kQuoteUpdates = 100;
 const int kOrderOperations = 100;
 const int kTrades = 20;
+// Saves during the run: this many, spread over it.
+const int kSaves = 3;
 
 } // namespace
 
 FeedSession::FeedSession(const FeedOptions &options, QTextStream *out, ProgressStyle style)
     : m_options(options), m_out(out), m_style(out ? style : NoProgress)
 {
+    m_consumerPool.setMaxThreadCount(1);
 }
 
-FeedSession::~FeedSession() = default;
+FeedSession::~FeedSession()
+{
+    // The consumer reads the orders table: it stops before the market goes.
+    m_consumerPool.waitForDone();
+    m_consumer.reset();
+    m_market.reset();
+    m_hub.reset();
+}
 
 void FeedSession::prepare()
 {
     if (m_market)
         return;
+    QThreadPool::globalInstance()->setMaxThreadCount(m_options.threads);
     Market::Config config;
     config.instruments = m_options.instruments;
     config.orders = m_options.orders;
@@ -45,11 +63,19 @@ void FeedSession::prepare()
     for (Table *table : m_market->tables())
         rows += table->rowCount();
     m_bytesPerRow = rows > 0 ? (residentBytes() - before) / rows : 0;
+    m_hub.reset(new FeedHub(m_market->tables(), m_options.compress));
 }
 
 FeedSummary FeedSession::run()
 {
     prepare();
+    FeedSummary summary;
+    QDir().mkpath(m_options.dataDir);
+    m_consumer.reset(new ChangeConsumer(
+            m_market->orderLog(), QDir(m_options.dataDir).filePath(QStringLiteral("feed.log"))));
+    RunnableManager manager;
+    const HRunnable consumerTask = manager.startRunnable(m_consumer.get(), &m_consumerPool);
+
     std::vector<double> latencies;
     qint64 transactions = 0, rowChanges = 0;
     QElapsedTimer clock;
@@ -62,11 +88,15 @@ FeedSummary FeedSession::run()
         ++transactions;
         rowChanges += rows;
     };
-    auto done = [&] {
+    // Progress through the run, from 0 to 1, for the saves.
+    auto progress = [&] {
         if (m_options.seconds > 0)
-            return clock.elapsed() >= qint64(m_options.seconds * 1000);
-        return transactions >= m_options.transactions;
+            return clock.elapsed() / (m_options.seconds * 1000);
+        return m_options.transactions > 0 ? double(transactions) / m_options.transactions : 1.0;
     };
+    auto done = [&] { return progress() >= 1.0; };
+    double saveTime = 0;
+    int savesDone = 0;
     while (!done()) {
         timed(kQuoteUpdates, [&] { m_market->quoteTransaction(kQuoteUpdates); });
         if (done())
@@ -78,11 +108,108 @@ FeedSummary FeedSession::run()
         if (done())
             break;
         timed(kTrades, [&] { m_market->positionTransaction(); });
+        if (savesDone < kSaves && progress() >= double(savesDone + 1) / (kSaves + 1)) {
+            QElapsedTimer saving;
+            saving.start();
+            saveAll(summary);
+            saveTime += saving.nsecsElapsed() / 1e9;
+            ++savesDone;
+        }
         printProgress(transactions, clock.elapsed() / 1000.0, false);
     }
-    const double seconds = clock.nsecsElapsed() / 1e9;
-    printProgress(transactions, seconds, true);
-    return finish(transactions, rowChanges, seconds, latencies);
+    // Saves are not transactions: their time is reported on its own.
+    const double seconds = clock.nsecsElapsed() / 1e9 - saveTime;
+    printProgress(transactions, clock.elapsed() / 1000.0, true);
+
+    manager.stopRunnable(consumerTask, true);
+    m_consumer->drain();
+
+    summary.transactions = transactions;
+    summary.rowChanges = rowChanges;
+    summary.seconds = seconds;
+    summary.p50Ms = FeedSummary::percentile(latencies, 0.5);
+    summary.p99Ms = FeedSummary::percentile(latencies, 0.99);
+    summary.bytesPerRow = m_bytesPerRow;
+    for (Table *table : m_market->tables())
+        summary.rows.append({ table->name(), table->rowCount() });
+    summary.consumerPickups = m_consumer->pickups();
+    summary.consumerInserted = m_consumer->inserted();
+    summary.consumerRemoved = m_consumer->removed();
+    summary.consumerUpdated = m_consumer->updated();
+    check(summary);
+
+    QElapsedTimer saving;
+    saving.start();
+    saveAll(summary);
+    summary.saves = savesDone + 1;
+    summary.lastSaveMs = saving.nsecsElapsed() / 1e6;
+    reload(summary);
+    return summary;
+}
+
+void FeedSession::saveAll(FeedSummary &summary)
+{
+    const QDir dir(m_options.dataDir);
+    for (Table *table : m_market->tables()) {
+        try {
+            TableIO(table).write(dir);
+        } catch (const Exception &e) {
+            summary.problems.append(QStringLiteral("save of %1: %2").arg(table->name(), e.message()));
+        }
+    }
+}
+
+void FeedSession::check(FeedSummary &summary)
+{
+    summary.viewsExact = true;
+    auto note = [&](const QString &name, const QString &problem) {
+        if (problem.isEmpty())
+            return true;
+        summary.problems.append(QStringLiteral("view \"%1\" %2").arg(name, problem));
+        return false;
+    };
+    for (const MarketView &view : m_market->views())
+        summary.viewsExact &= note(view.name, MarketCheck::view(*view.index));
+    summary.viewsExact &= note(QStringLiteral("top movers"),
+                               MarketCheck::view(*m_market->topMovers()));
+
+    const QString join = MarketCheck::join(
+            *m_market->orders(), *m_market->instruments(),
+            { QStringLiteral("board"), QStringLiteral("code") },
+            { QStringLiteral("last"), QStringLiteral("lot") });
+    summary.joinsExact = join.isEmpty();
+    if (!join.isEmpty())
+        summary.problems.append(QStringLiteral("join of orders and instruments: %1").arg(join));
+
+    // Every order placed or cancelled reached the consumer exactly once.
+    summary.changesSeen = summary.consumerInserted == m_market->ordersPlaced()
+            && summary.consumerRemoved == m_market->ordersCancelled();
+    if (!summary.changesSeen)
+        summary.problems.append(
+                QStringLiteral("change log: the consumer saw %1 inserts and %2 removals of %3 "
+                               "placed and %4 cancelled orders")
+                        .arg(summary.consumerInserted)
+                        .arg(summary.consumerRemoved)
+                        .arg(m_market->ordersPlaced())
+                        .arg(m_market->ordersCancelled()));
+}
+
+void FeedSession::reload(FeedSummary &summary)
+{
+    summary.reloadEqual = true;
+    const QDir dir(m_options.dataDir);
+    for (Table *table : m_market->tables()) {
+        Table loaded(table->name());
+        TableIO io(&loaded);
+        io.read(dir, true);
+        QString problem = io.lastError();
+        if (problem.isEmpty())
+            problem = MarketCheck::sameRows(*table, loaded);
+        if (!problem.isEmpty()) {
+            summary.reloadEqual = false;
+            summary.problems.append(QStringLiteral("reload of %1: %2").arg(table->name(), problem));
+        }
+    }
 }
 
 void FeedSession::printProgress(qint64 transactions, double seconds, bool last)
@@ -107,28 +234,4 @@ void FeedSession::printProgress(qint64 transactions, double seconds, bool last)
     else
         *m_out << line << '\n';
     m_out->flush();
-}
-
-FeedSummary FeedSession::finish(qint64 transactions, qint64 rowChanges, double seconds,
-                                std::vector<double> &latencies)
-{
-    FeedSummary summary;
-    summary.transactions = transactions;
-    summary.rowChanges = rowChanges;
-    summary.seconds = seconds;
-    summary.p50Ms = FeedSummary::percentile(latencies, 0.5);
-    summary.p99Ms = FeedSummary::percentile(latencies, 0.99);
-    summary.bytesPerRow = m_bytesPerRow;
-    for (Table *table : m_market->tables())
-        summary.rows.append({ table->name(), table->rowCount() });
-
-    summary.viewsExact = true;
-    for (const MarketView &view : m_market->views()) {
-        const QString problem = MarketCheck::view(*view.index);
-        if (!problem.isEmpty()) {
-            summary.viewsExact = false;
-            summary.problems.append(QStringLiteral("view \"%1\" %2").arg(view.name, problem));
-        }
-    }
-    return summary;
 }

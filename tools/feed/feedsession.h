@@ -6,11 +6,17 @@
 #include "market.h"
 
 #include <QTextStream>
+#include <QThreadPool>
 
 #include <memory>
 
+class ChangeConsumer;
+class FeedHub;
+class RunnableManager;
+
 // One run of the feed: the market built from the options, the streams applied
-// until the count or the time is reached, then the checks.
+// until the count or the time is reached with periodic saves and a consumer
+// of the orders' changes on a pool thread, then the checks.
 class FeedSession
 {
 public:
@@ -33,13 +39,18 @@ public:
 
 private:
     void printProgress(qint64 transactions, double seconds, bool last);
-    FeedSummary finish(qint64 transactions, qint64 rowChanges, double seconds,
-                       std::vector<double> &latencies);
+    // Saves every table into the data directory; a failure becomes a problem.
+    void saveAll(FeedSummary &summary);
+    void check(FeedSummary &summary);
+    void reload(FeedSummary &summary);
 
     FeedOptions m_options;
     QTextStream *m_out;
     ProgressStyle m_style;
     std::unique_ptr<Market> m_market;
+    std::unique_ptr<FeedHub> m_hub;
+    QThreadPool m_consumerPool; // apart from the global pool, which the joins use
+    std::unique_ptr<ChangeConsumer> m_consumer;
     double m_bytesPerRow = 0;
     double m_lastProgress = -1;
 };

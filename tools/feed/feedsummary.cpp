@@ -32,8 +32,16 @@ QString FeedSummary::toText() const
         tables.append(QStringLiteral("%1 %2").arg(table.first).arg(table.second));
     text += QStringLiteral("rows           %1\n").arg(tables.join(QStringLiteral(", ")));
     text += QStringLiteral("memory         %1 bytes per row\n").arg(bytesPerRow, 0, 'f', 0);
-    text += QStringLiteral("views exact    %1\njoins exact    %2\nreload equal   %3\n")
-                    .arg(verdict(viewsExact), verdict(joinsExact), verdict(reloadEqual));
+    text += QStringLiteral("change log     %1 pick-ups: %2 inserted, %3 removed, %4 updated\n")
+                    .arg(consumerPickups)
+                    .arg(consumerInserted)
+                    .arg(consumerRemoved)
+                    .arg(consumerUpdated);
+    text += QStringLiteral("saves          %1, the last %2 ms\n").arg(saves).arg(lastSaveMs, 0, 'f', 1);
+    text += QStringLiteral("views exact    %1\njoins exact    %2\nchanges seen   %3\n"
+                           "reload equal   %4\n")
+                    .arg(verdict(viewsExact), verdict(joinsExact), verdict(changesSeen),
+                         verdict(reloadEqual));
     for (const QString &problem : problems)
         text += QStringLiteral("  problem: %1\n").arg(problem);
     return text;
@@ -53,7 +61,15 @@ QByteArray FeedSummary::toJson() const
         { QStringLiteral("p50_ms"), p50Ms },
         { QStringLiteral("p99_ms"), p99Ms },
         { QStringLiteral("bytes_per_row"), bytesPerRow },
+        { QStringLiteral("consumer"),
+          QJsonObject { { QStringLiteral("pickups"), double(consumerPickups) },
+                        { QStringLiteral("inserted"), double(consumerInserted) },
+                        { QStringLiteral("removed"), double(consumerRemoved) },
+                        { QStringLiteral("updated"), double(consumerUpdated) } } },
+        { QStringLiteral("saves"), saves },
+        { QStringLiteral("last_save_ms"), lastSaveMs },
         { QStringLiteral("views_exact"), viewsExact },
+        { QStringLiteral("changes_seen"), changesSeen },
         { QStringLiteral("joins_exact"), joinsExact },
         { QStringLiteral("reload_equal"), reloadEqual },
         { QStringLiteral("problems"), QJsonArray::fromStringList(problems) },

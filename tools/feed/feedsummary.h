@@ -19,14 +19,21 @@ struct FeedSummary
     double p50Ms = 0;
     double p99Ms = 0;
     double bytesPerRow = 0;
+    qint64 consumerPickups = 0; // of the orders' change log
+    qint64 consumerInserted = 0;
+    qint64 consumerRemoved = 0;
+    qint64 consumerUpdated = 0;
+    int saves = 0;
+    double lastSaveMs = 0;
     bool viewsExact = false;
+    bool changesSeen = false;
     bool joinsExact = false;
     bool reloadEqual = false;
     QStringList problems; // one line per failed check
 
     double txPerSecond() const { return seconds > 0 ? transactions / seconds : 0; }
     double rowsPerSecond() const { return seconds > 0 ? rowChanges / seconds : 0; }
-    bool passed() const { return viewsExact && joinsExact && reloadEqual; }
+    bool passed() const { return viewsExact && joinsExact && changesSeen && reloadEqual && problems.isEmpty(); }
 
     QString toText() const;
     QByteArray toJson() const;

@@ -1,6 +1,8 @@
 #include "market.h"
 
+#include "index/masterindex_fast.h"
 #include "index/masterindex_fast_cached.h"
+#include "join/tablejoin.h"
 #include "table/recordstrans.h"
 
 #include <QMap>
@@ -35,6 +37,29 @@ int ColumnView::compare(const Record &a, const Record &b) const
     return 0;
 }
 
+TopMovers::TopMovers(Table *instruments, int thresholdPercent)
+    : IndexVector(instruments), m_threshold(thresholdPercent)
+{
+}
+
+int64 TopMovers::moveBasisPoints(const Record &instrument)
+{
+    const int64 open = instrument.data(InstrumentColumn::Open).toDecimal().value();
+    const int64 last = instrument.data(InstrumentColumn::Last).toDecimal().value();
+    return open > 0 ? (last - open) * 10000 / open : 0;
+}
+
+int TopMovers::compare(const Record &a, const Record &b) const
+{
+    const int64 x = qAbs(moveBasisPoints(a)), y = qAbs(moveBasisPoints(b));
+    return x > y ? -1 : (x < y ? 1 : 0);
+}
+
+bool TopMovers::filter(const Record &record) const
+{
+    return qAbs(moveBasisPoints(record)) >= int64(m_threshold) * 100;
+}
+
 int TradeLimit::compare(const Record &a, const Record &b) const
 {
     const int64 x = a.data(TradeColumn::Id).asInteger64();
@@ -47,15 +72,25 @@ Market::Market(const Config &config)
 {
     for (int i = 0; i < m_config.accounts; ++i)
         m_accounts.append(QStringLiteral("A%1").arg(i + 1, 5, 10, QLatin1Char('0')));
+    // The join adds its columns while the orders table is empty, and the
+    // views are built once over the filled tables: both far cheaper than
+    // keeping them up to date row by row.
     createTables();
     fillInstruments();
+    createJoin();
     fillOrders();
     createViews();
 }
 
 Market::~Market()
 {
-    // Views leave their tables' lists, so they go first.
+    // The join and the views leave their tables' lists, so they go first.
+    m_join.reset();
+    if (m_ordersByInstrument)
+        m_orders->removeIndex(m_ordersByInstrument.get());
+    m_ordersByInstrument.reset();
+    m_orderLog.reset();
+    m_topMovers.reset();
     m_views.clear();
     m_ownedViews.clear();
     m_instrumentProbe = Record();
@@ -128,9 +163,6 @@ void Market::createTables()
     t->setMasterIndex(new MasterIndex_Fast_Cached(
             t, QStringList { QStringLiteral("account"), QStringLiteral("board"),
                              QStringLiteral("code") }));
-
-    m_instrumentProbe = Record(m_instruments.get());
-    m_orderProbe = Record(m_orders.get());
 }
 
 void Market::createViews()
@@ -151,6 +183,27 @@ void Market::createViews()
     add(QStringLiteral("orders by time"), new ColumnView(m_orders.get(), I { OrderColumn::Time }));
     add(QStringLiteral("trades by time"), new ColumnView(m_trades.get(), I { TradeColumn::Time }));
     add(QStringLiteral("trades kept (limit)"), new TradeLimit(m_config.tradeLimit, m_trades.get()));
+    m_topMovers.reset(new TopMovers(m_instruments.get(), 5));
+    m_topMovers->build();
+    m_orderLog.reset(new WatchIndex(m_orders.get()));
+}
+
+void Market::createJoin()
+{
+    // Orders are keyed by id; the join finds an instrument's orders through a
+    // second key index by (board, code) in the orders table's index list.
+    m_ordersByInstrument.reset(new MasterIndex_Fast(
+            m_orders.get(), QStringList { QStringLiteral("board"), QStringLiteral("code") }));
+    m_orders->addIndex(m_ordersByInstrument.get());
+    m_ordersByInstrument->build();
+    m_join.reset(new TableJoin(m_ordersByInstrument.get(), { m_instruments.get() },
+                               QStringList { QStringLiteral("last"), QStringLiteral("lot") }));
+    Q_ASSERT(m_orders->columnIndex(QStringLiteral("last")) == OrderColumn::Last);
+    Q_ASSERT(m_orders->columnIndex(QStringLiteral("lot")) == OrderColumn::Lot);
+
+    // Made last: a row block made before a column was added has the old layout.
+    m_instrumentProbe = Record(m_instruments.get());
+    m_orderProbe = Record(m_orders.get());
 }
 
 void Market::fillInstruments()
@@ -255,6 +308,7 @@ void Market::orderTransaction(int operations)
                 writeOrder(row, id, pick(m_config.instruments));
                 RecordUpdater inserted(row, trans);
                 placed.push_back(id);
+                ++m_ordersPlaced;
                 continue;
             }
             // Take the order out of the live list before a cancel, so that
@@ -265,6 +319,7 @@ void Market::orderTransaction(int operations)
             RecordUpdater row(m_orderProbe, trans);
             if (kind < 5) {
                 row.remove();
+                ++m_ordersCancelled;
                 m_liveOrders[at] = m_liveOrders.back();
                 m_liveOrders.pop_back();
             } else {

@@ -3,6 +3,8 @@
 
 #include "index/indexlimit.h"
 #include "index/indexsort.h"
+#include "index/indexvector.h"
+#include "index/watchindex.h"
 #include "numeric/datetime.h"
 #include "table/table.h"
 
@@ -17,7 +19,8 @@ namespace InstrumentColumn {
 enum { Board, Code, Lot, Open, Last, Bid, Ask, Volume, Time, Count };
 }
 namespace OrderColumn {
-enum { Id, Account, Board, Code, Side, Price, Qty, Time, Count };
+// Last and Lot are the instrument's, copied in by the join.
+enum { Id, Account, Board, Code, Side, Price, Qty, Time, Last, Lot, Count };
 }
 namespace TradeColumn {
 enum { Id, Account, Board, Code, Side, Price, Qty, Time, Count };
@@ -45,12 +48,31 @@ public:
     int compare(const Record &a, const Record &b) const override;
 };
 
+// The instruments that moved most since the open, in percent: those that
+// moved at least `threshold` percent either way, the largest move first.
+class TopMovers : public IndexVector
+{
+public:
+    TopMovers(Table *instruments, int thresholdPercent);
+    int compare(const Record &a, const Record &b) const override;
+    bool filter(const Record &record) const override;
+
+    // The move in hundredths of a percent, rounded toward zero.
+    static int64 moveBasisPoints(const Record &instrument);
+
+private:
+    int m_threshold;
+};
+
 // A named view of one of the market's tables.
 struct MarketView
 {
     QString name;
     IndexSort *index;
 };
+
+class MasterIndex;
+class TableJoin;
 
 // The tables of a simulated market session and the streams that change them,
 // generated from a seed: the same seed gives the same session.
@@ -78,6 +100,12 @@ public:
     Table *positions() const { return m_positions.get(); }
     QList<Table *> tables() const;
     QVector<MarketView> views() const;
+    TopMovers *topMovers() const { return m_topMovers.get(); }
+    // The orders table's change log; the consumer reads and clears it.
+    WatchIndex *orderLog() const { return m_orderLog.get(); }
+    // Orders placed and cancelled since the start of the session.
+    qint64 ordersPlaced() const { return m_ordersPlaced; }
+    qint64 ordersCancelled() const { return m_ordersCancelled; }
 
     // Price, quote and volume changes of `updates` random instruments.
     void quoteTransaction(int updates);
@@ -110,6 +138,7 @@ private:
 
     void createTables();
     void createViews();
+    void createJoin();
     void fillInstruments();
     void fillOrders();
     void writeOrder(Record &row, int64 id, int instrument);
@@ -125,6 +154,12 @@ private:
     std::unique_ptr<Table> m_positions;
     std::vector<std::unique_ptr<IndexSort>> m_ownedViews;
     QVector<MarketView> m_views;
+    std::unique_ptr<TopMovers> m_topMovers;
+    std::unique_ptr<WatchIndex> m_orderLog;
+    std::unique_ptr<MasterIndex> m_ordersByInstrument; // the join's key
+    std::unique_ptr<TableJoin> m_join;
+    qint64 m_ordersPlaced = 0;
+    qint64 m_ordersCancelled = 0;
     std::vector<InstrumentState> m_instrumentStates;
     std::vector<Fill> m_pendingFills; // trades whose positions are not yet changed
     std::vector<int64> m_liveOrders; // ids in the orders table

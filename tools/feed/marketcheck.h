@@ -4,6 +4,7 @@
 #include <QString>
 
 class IndexSort;
+class IndexVector;
 class Table;
 
 // Checks of the live tables against recomputations from their rows. Each
@@ -14,6 +15,12 @@ namespace MarketCheck {
 // The view holds each row of its table that passes its filter exactly once,
 // and no other, in its order.
 QString view(const IndexSort &view);
+QString view(const IndexVector &view);
+
+// Every row of `joined` carries in `columns` the cells of the row of `source`
+// whose `keys` are equal to its own, or NULLs when there is none.
+QString join(const Table &joined, const Table &source, const QStringList &keys,
+             const QStringList &columns);
 
 // The two tables have the same columns and, in master index order, rows whose
 // cells are equal (NULL equal to NULL).
