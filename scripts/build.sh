@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The one build entry point: installs what is missing, configures, builds, then
-#   run    runs the main program (the default)
+#   run    runs the main program, tabledb-feed, with any further arguments (the default)
 #   test   runs the whole test suite through CTest
 #   bench  runs the benchmarks
 #   build  only builds
@@ -47,7 +47,8 @@ export QT_QPA_PLATFORM=offscreen
 
 case "$action" in
     run)
-        exec "$build_dir/examples/tabledb_rows_demo"
+        shift || true
+        exec "$build_dir/tools/tabledb-feed" "$@"
         ;;
     test)
         ctest --test-dir "$build_dir" --output-on-failure -j "$jobs"
