@@ -1,5 +1,7 @@
 #include "settings/variantstreamcheck_p.h"
 
+#include "numeric/xdecimal.h"
+
 #include <QByteArray>
 #include <QDataStream>
 #include <QIODevice>
@@ -62,7 +64,16 @@ bool checkPayload(QDataStream &s, int type, int depth)
         void *value = QMetaType::create(type);
         if (!value)
             return false;
-        const bool loaded = QMetaType::load(s, type, value);
+        bool loaded = QMetaType::load(s, type, value);
+        // A stored xdecimal whose type word does not fit its bytes throws on
+        // every comparison, and Qt's variant comparison cannot pass that on.
+        if (loaded && type == qMetaTypeId<xdecimal>()) {
+            try {
+                (void)static_cast<const xdecimal *>(value)->compare(xdecimal());
+            } catch (const char *) {
+                loaded = false;
+            }
+        }
         QMetaType::destroy(type, value);
         if (!loaded)
             return false;

@@ -200,7 +200,11 @@ TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
                                   "\x00\x00\x00\x0b\xff\xff\xff\xf0)",
                                   27),
         // And inside a variant that holds a variant.
-        QStringLiteral("@Variant(") + QString::fromLatin1("\x00\x00\x00\x29\x00\x00\x00\x09\x7f\xff\xff\xff)", 13)};
+        QStringLiteral("@Variant(") + QString::fromLatin1("\x00\x00\x00\x29\x00\x00\x00\x09\x7f\xff\xff\xff)", 13),
+        // An xdecimal whose type word claims more digits than its 16 bytes hold.
+        QStringLiteral("@Variant(")
+            + QString::fromLatin1("\x00\x00\x00\x7f\x00\x00\x00\x09xdecimal\x00\x10\x40", 19)
+            + QString(14, QChar(0)) + QLatin1Char(')')};
     for (const QString &t : texts) {
         const QVariant v = QtJsonSettings::stringToVariant(t);
         EXPECT_EQ(v.userType(), QMetaType::QString) << qPrintable(t);
