@@ -108,8 +108,9 @@ QString MarketCheck::view(const IndexVector &view)
 QString MarketCheck::join(const Table &joined, const Table &source, const QStringList &keys,
                           const QStringList &columns)
 {
-    TableLocker joinedLocker(const_cast<Table *>(&joined));
+    // The order in which join maintenance takes them: the source, then the join table.
     TableLocker sourceLocker(const_cast<Table *>(&source));
+    TableLocker joinedLocker(const_cast<Table *>(&joined));
     auto keyOf = [&](const Table &table, const Record &row) {
         QStringList parts;
         for (const QString &key : keys)
