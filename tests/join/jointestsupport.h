@@ -16,28 +16,6 @@ inline void PrintTo(const QVariant &v, std::ostream *os)
     *os << (v.isValid() ? v.toString().toStdString() : std::string("NULL"));
 }
 
-// A key index whose batches place every changed row by identity. The sorted
-// indexes do not yet follow a row whose key moves within a batch; this keeps
-// the join tests about the join.
-class ExactKeyIndex : public MasterIndex_Column
-{
-public:
-    ExactKeyIndex(Table *table, const QStringList &columns)
-        : MasterIndex_Column(table, columns)
-    {
-    }
-
-    void process(const QList<Record> &removed, const QList<Record> &updated, int, int,
-        const QList<Record> &inserted) override
-    {
-        // All out first, so that every insertion searches a sorted list.
-        for (const Record &row : removed + updated)
-            IndexList::remove(row, IndexList::indexOf(row));
-        for (const Record &row : updated + inserted)
-            add(row);
-    }
-};
-
 struct ColumnSpec
 {
     const char *name;
@@ -51,7 +29,7 @@ inline std::unique_ptr<Table> makeTable(
     std::unique_ptr<Table> table(new Table(QString::fromLatin1(name)));
     for (const ColumnSpec &c : columns)
         table->addColumn(QString::fromLatin1(c.name), c.type, 0, true);
-    table->setMasterIndex(new ExactKeyIndex(table.get(), key));
+    MasterIndex_Column::createMasterIndex(table.get(), key);
     return table;
 }
 

@@ -43,12 +43,12 @@ struct KeyedRows
             list.last().data(1) = i % keys;
         }
         table->appendList(list);
-        index.reset(new ExactKeyIndex(table.get(), { QStringLiteral("K") }));
+        index.reset(new MasterIndex_Column(table.get(), QStringList { QStringLiteral("K") }));
         index->build();
     }
     std::unique_ptr<Table> table;
     QList<Record> list;
-    std::unique_ptr<ExactKeyIndex> index;
+    std::unique_ptr<MasterIndex_Column> index;
 };
 
 } // namespace

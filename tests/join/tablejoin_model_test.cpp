@@ -39,7 +39,8 @@ public:
             { { "Limit", FieldType::Integer }, { "Instr", FieldType::Integer },
                 { "Price", FieldType::Integer } },
             { Instr });
-        m_orders->addIndex(m_byInstr = new ExactKeyIndex(m_orders.get(), { Instr }));
+        m_orders->addIndex(
+            m_byInstr = new MasterIndex_Column(m_orders.get(), QStringList { Instr }));
         // Rows before the join, and after it.
         mainTransaction(orders / 2);
         depTransaction(0, instruments / 2);
@@ -272,7 +273,7 @@ private:
     int m_nextFree = 0; // where a dependent key may move next
     std::unique_ptr<Table> m_orders;
     std::unique_ptr<Table> m_deps[2];
-    ExactKeyIndex *m_byInstr = nullptr;
+    MasterIndex_Column *m_byInstr = nullptr;
     std::unique_ptr<TableJoin> m_join;
     QMap<int, Order> m_model;
     std::map<int, QVariantMap> m_depRows[2]; // instrument -> dependent cells

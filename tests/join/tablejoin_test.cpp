@@ -21,7 +21,8 @@ struct Orders
     {
         for (const ColumnSpec &c : extra)
             table->addColumn(QString::fromLatin1(c.name), c.type);
-        table->addIndex(byInstr = new ExactKeyIndex(table.get(), { QStringLiteral("Instr") }));
+        table->addIndex(
+            byInstr = new MasterIndex_Column(table.get(), QStringList { QStringLiteral("Instr") }));
     }
     ~Orders()
     {
@@ -43,7 +44,7 @@ struct Orders
     }
 
     std::unique_ptr<Table> table;
-    ExactKeyIndex *byInstr;
+    MasterIndex_Column *byInstr;
 };
 
 std::unique_ptr<Table> instruments(const char *name = "Instruments")
@@ -239,15 +240,15 @@ namespace {
 
 // A key index in its table's list that passes every call on to the indexes
 // attached to it.
-class IndexDependKey : public ExactKeyIndex, public IndexDependBase
+class IndexDependKey : public MasterIndex_Column, public IndexDependBase
 {
 public:
     IndexDependKey(Table *table, const QStringList &key)
-        : ExactKeyIndex(table, key)
+        : MasterIndex_Column(table, key)
         , IndexDependBase(this)
     {
         table->addIndex(this);
-        ExactKeyIndex::build();
+        MasterIndex_Column::build();
     }
     ~IndexDependKey() override { table()->removeIndex(this); }
     void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
@@ -258,7 +259,7 @@ public:
     void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
         const QList<Record> &inserted) override
     {
-        ExactKeyIndex::process(removed, updated, first, last, inserted);
+        MasterIndex_Column::process(removed, updated, first, last, inserted);
         IndexDependBase::process(removed, updated, first, last, inserted);
     }
     QString getClassName() const override { return QStringLiteral("IndexDependKey"); }
