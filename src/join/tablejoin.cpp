@@ -6,6 +6,8 @@
 #include "runtime/iapphub.h"
 #include "table/table.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QSet>
 
 #include <algorithm>
@@ -378,6 +380,12 @@ Table *TableJoin::table() const
 {
     Q_D(const TableJoin);
     return d->mainInfo->table;
+}
+
+QString TableJoin::fileName(const QDir &dir) const
+{
+    const Table *joined = table();
+    return joined ? QFileInfo(dir, joined->name()).filePath() : QString();
 }
 
 Table *TableJoin::table(Index *index)

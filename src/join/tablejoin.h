@@ -8,11 +8,13 @@
 #include "join/tablejoinmain.h"
 
 #include <QList>
+#include <QString>
 #include <QStringList>
 
 class Index;
 class IndexDependBase;
 class MasterIndex;
+class QDir;
 class QObject;
 class Table;
 class TableJoinPrivate;
@@ -66,6 +68,9 @@ public:
 
     // The join table; null once it has been destroyed.
     Table *table() const;
+    // Where the join table is saved in `dir`: its name, no extension (the
+    // same path that TableIO gives it). Empty once the table is destroyed.
+    QString fileName(const QDir &dir) const;
     // The join table of a join index, or null for any other index.
     static Table *table(Index *index);
     // Whether `index` is a join index; if so, and `isDependent` is given, it

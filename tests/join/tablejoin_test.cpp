@@ -3,6 +3,8 @@
 
 #include "runtime/exception.h"
 
+#include <QDir>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -228,8 +230,10 @@ TEST(TableJoin, TablesDestroyedBeforeTheJoinLeaveTheRestUsable)
                   orders.at(2, "Limit") }),
         QVariantList({ QVariant(), QVariant(), 10, 10 }));
 
+    EXPECT_EQ(join->fileName(QDir(QStringLiteral("/data"))), QStringLiteral("/data/Orders"));
     orders.table.reset();
     EXPECT_EQ(join->table(), nullptr);
+    EXPECT_TRUE(join->fileName(QDir(QStringLiteral("/data"))).isEmpty());
     EXPECT_TRUE(kept->indexes().isEmpty());
     put(kept.get(), 7, { { QStringLiteral("Limit"), 11 } });
     put(kept.get(), 8, { { QStringLiteral("Limit"), 12 } });
