@@ -85,9 +85,16 @@ public:
     static bool deref(unsigned char *row);
     static int references(const unsigned char *row);
     static void setRefValue(unsigned char *row, int value);
-    static Table *tablePtr(const unsigned char *row);
+    // Row blocks: [ref u32][reserved u32][Table *][cells, 8-aligned][null bitmap].
+    static constexpr size_t RowTableOffset = 8;
+    static constexpr size_t RowHeaderSize = 16;
+    // Inline: every cell access starts here.
+    static Table *tablePtr(const unsigned char *row)
+    {
+        return row ? *reinterpret_cast<Table *const *>(row + RowTableOffset) : nullptr;
+    }
     // The first cell of a row block; the null bitmap lies rowLength() behind it.
-    static unsigned char *cellsPtr(unsigned char *row);
+    static unsigned char *cellsPtr(unsigned char *row) { return row + RowHeaderSize; }
     static Table **tablePPtr(unsigned char *row);
 
     static bool isNullPtr(const unsigned char *bits, int column);

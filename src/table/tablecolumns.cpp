@@ -10,7 +10,7 @@
 #include <new>
 
 namespace {
-const size_t headerSize = 16; // ref, reserved, back pointer
+const size_t headerSize = Table::RowHeaderSize;
 }
 
 void Table::addColumn(const QString &name, const FieldDef &def, bool nullable,

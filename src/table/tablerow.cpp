@@ -6,10 +6,9 @@
 #include <cstring>
 #include <new>
 
-// Row blocks: [ref u32][reserved u32][Table *][cells, 8-aligned][null bitmap].
 namespace {
 
-const size_t headerSize = 16; // ref, reserved, back pointer
+const size_t headerSize = Table::RowHeaderSize;
 
 quint32 *refPtr(unsigned char *row)
 {
@@ -116,11 +115,6 @@ void Table::freeRow(unsigned char *row)
     qFreeAligned(row);
 }
 
-unsigned char *Table::cellsPtr(unsigned char *row)
-{
-    return row + headerSize;
-}
-
 uint64 Table::rowLength() const
 {
     return d->rowLength;
@@ -166,14 +160,9 @@ void Table::setRefValue(unsigned char *row, int value)
     __atomic_store_n(refPtr(row), quint32(value), __ATOMIC_RELEASE);
 }
 
-Table *Table::tablePtr(const unsigned char *row)
-{
-    return row ? *reinterpret_cast<Table *const *>(row + 8) : nullptr;
-}
-
 Table **Table::tablePPtr(unsigned char *row)
 {
-    return reinterpret_cast<Table **>(row + 8);
+    return reinterpret_cast<Table **>(row + RowTableOffset);
 }
 
 bool Table::isNullPtr(const unsigned char *bits, int column)
