@@ -1,13 +1,12 @@
 #include "join/tablejoin.h"
 
 #include "index/masterindex.h"
+#include "io/tableio.h"
 #include "join/tablejoin_p.h"
 #include "runtime/exception.h"
 #include "runtime/iapphub.h"
 #include "table/table.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QSet>
 
 #include <algorithm>
@@ -384,8 +383,8 @@ Table *TableJoin::table() const
 
 QString TableJoin::fileName(const QDir &dir) const
 {
-    const Table *joined = table();
-    return joined ? QFileInfo(dir, joined->name()).filePath() : QString();
+    Table *joined = table();
+    return joined ? TableIO(joined).fileName(dir) : QString();
 }
 
 Table *TableJoin::table(Index *index)

@@ -68,8 +68,8 @@ public:
 
     // The join table; null once it has been destroyed.
     Table *table() const;
-    // Where the join table is saved in `dir`: its name, no extension (the
-    // same path that TableIO gives it). Empty once the table is destroyed.
+    // Where the join table is saved in `dir`, as TableIO names it. Empty once
+    // the table is destroyed.
     QString fileName(const QDir &dir) const;
     // The join table of a join index, or null for any other index.
     static Table *table(Index *index);

@@ -9,10 +9,6 @@
 #include <cstring>
 #include <new>
 
-namespace {
-const size_t headerSize = Table::RowHeaderSize;
-}
-
 void Table::addColumn(const QString &name, const FieldDef &def, bool nullable,
                       const QString &title, bool flag, const QString &description)
 {
@@ -65,7 +61,7 @@ void Table::addColumn(const TableColumnDef &def)
 
     const int oldCount = d->columns.size();
     const uint64 oldRowSize = d->rowSize;
-    const uint64 cellStart = headerSize + column->offset;
+    const uint64 cellStart = RowHeaderSize + column->offset;
     const uint64 newBitmap = cellStart + column->lenAligned();
     const uint64 newSize = newBitmap + uint64(oldCount + 8) / 8;
     const size_t bitmapBytes = size_t(oldCount + 7) / 8;
@@ -92,7 +88,7 @@ void Table::addColumn(const TableColumnDef &def)
                     + QString::number(references(row));
         }
         row = static_cast<unsigned char *>(qReallocAligned(row, newSize, oldRowSize, 8));
-        std::memmove(row + newBitmap, row + headerSize + d->rowLength, bitmapBytes);
+        std::memmove(row + newBitmap, row + RowHeaderSize + d->rowLength, bitmapBytes);
         std::memset(row + cellStart, 0, column->lenAligned());
         // Zero bytes are no QString: freeing the row would crash on them.
         if (column->type == FieldType::String)

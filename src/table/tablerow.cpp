@@ -8,8 +8,6 @@
 
 namespace {
 
-const size_t headerSize = Table::RowHeaderSize;
-
 quint32 *refPtr(unsigned char *row)
 {
     return reinterpret_cast<quint32 *>(row);
@@ -17,7 +15,7 @@ quint32 *refPtr(unsigned char *row)
 
 QString *stringCell(unsigned char *row, const TableColumnDef *def)
 {
-    return reinterpret_cast<QString *>(row + headerSize + def->offset);
+    return reinterpret_cast<QString *>(row + Table::RowHeaderSize + def->offset);
 }
 
 // The zero xdecimal: scale 0, 26 digits, all digit bytes zero.
@@ -41,10 +39,10 @@ void Table::initRow(unsigned char *row)
 {
     std::memset(row, 0, d->rowSize);
     *tablePPtr(row) = this;
-    unsigned char *bits = row + headerSize + d->rowLength;
+    unsigned char *bits = row + RowHeaderSize + d->rowLength;
     for (const TableColumnDef *def : qAsConst(d->columns)) {
         if (def->type == FieldType::XDecimal)
-            writeXDecimalZero(row + headerSize + def->offset);
+            writeXDecimalZero(row + RowHeaderSize + def->offset);
         else if (def->type == FieldType::String)
             new (stringCell(row, def)) QString();
         if (!def->nullable)
@@ -100,10 +98,10 @@ void Table::copyRowContent(unsigned char *dst, const unsigned char *src, int fir
         const TableColumnDef *lastDef = d->columns.at(end);
         const uint64 from = def->offset;
         const uint64 to = lastDef->offset + lastDef->lenAligned();
-        std::memcpy(dst + headerSize + from, src + headerSize + from, to - from);
+        std::memcpy(dst + RowHeaderSize + from, src + RowHeaderSize + from, to - from);
         i = end + 1;
     }
-    copyNullPtr(dst + headerSize + d->rowLength, src + headerSize + d->rowLength, first, last);
+    copyNullPtr(dst + RowHeaderSize + d->rowLength, src + RowHeaderSize + d->rowLength, first, last);
 }
 
 void Table::freeRow(unsigned char *row)
@@ -198,7 +196,7 @@ void Table::copyNullPtr(unsigned char *dst, const unsigned char *src, int first,
 
 Field Table::dataPtr(unsigned char *row, int column)
 {
-    return Field(d->columns.at(column), row + headerSize);
+    return Field(d->columns.at(column), row + RowHeaderSize);
 }
 
 const Record &Table::at(int index) const
