@@ -4,12 +4,13 @@
 
 #include <algorithm>
 #include <random>
+#include <sstream>
 #include <vector>
 
 namespace {
 
-// A relocatable element that counts its live copies, so that leaks and double
-// releases inside the blocks show up as a wrong count.
+// Counts its live copies, so that leaks and double releases inside the blocks
+// show up as a wrong count.
 struct Item
 {
     static int live;
@@ -57,113 +58,113 @@ protected:
         List().at(0);
         baseline = Item::live;
     }
-    void TearDown() override
-    {
-        EXPECT_EQ(Item::live, baseline) << "elements leaked or released twice";
-    }
+    void TearDown() override { EXPECT_EQ(Item::live, baseline) << "leaked or released twice"; }
     int baseline = 0;
 };
 
-TEST_F(PartitionListTest, InsertFillsBlocksTo9999ThenSplitsInHalves)
+std::vector<int> numbers(const std::string &text)
 {
-    List list;
-    EXPECT_TRUE(list.begin() == list.end());
-    fill(list, 9999);
-    EXPECT_EQ(blockSizes(list), std::vector<int>({ 9999 }));
-    list.insert(100, Item(-5));
-    EXPECT_EQ(blockSizes(list), std::vector<int>({ 5000, 5000 }));
-    EXPECT_EQ(list.at(100).value, -5);
-    EXPECT_EQ(list.at(101).value, 100);
+    std::vector<int> out;
+    std::istringstream in(text);
+    for (int n; in >> n;) {
+        out.push_back(n);
+        in.ignore(1); // the separator
+    }
+    return out;
+}
 
-    List full;
-    fill(full, 10000);
-    EXPECT_EQ(blockSizes(full), std::vector<int>({ 9999, 1 }));
-    full.insert(full.count(), Item(77)); // on a boundary: the earlier block
-    EXPECT_EQ(blockSizes(full), std::vector<int>({ 9999, 2 }));
-    EXPECT_EQ(full.at(10000).value, 77);
+// The block rules, as scripts of "a<n>" append n, "i<p>" insert one, "b<p>:<n>"
+// insert n at once, "r<p>" removeAt, "x<b>:<e>:..." removeRanges and "=<sizes>"
+// the expected blocks. Contents are checked against a vector after each step.
+TEST_F(PartitionListTest, BlocksFillSplitAndMergeByTheirRules)
+{
+    const struct
+    {
+        const char *what, *script;
+    } cases[] = {
+        { "append fills to 9999, insert splits in halves", "a9999 =9999 i100 =5000,5000" },
+        { "a boundary goes to the earlier block", "a10000 =9999,1 i10000 =9999,2" },
+        { "past the end opens a last block", "i0 i5 =1,1 i-3 =2,1" },
+        { "bulk insert overfills, then one split",
+          "a100 b50:25000 =12550,12550 i1 =6275,6276,12550" },
+        { "merge only below 5000", "a9999 i0 x =5000,5000 x0:2500:5000:7499 =2500,2501 r4000 "
+                                   "=2500,2500 r0 =4999 r4999 r-1 =4999" },
+        { "the last element leaves", "a10000 r9999 =9999 a1 =9999,1 r9999 =9999" },
+        { "an emptied list has no block", "a1 r0 =" },
+        { "ranges across blocks drop the emptied one",
+          "a29997 =9999,9999,9999 x9000:21000:29000:40000 =9000,8000" },
+        { "the boundary rule after work further on",
+          "a15000 r12000 =9999,5000 i9999 =5000,5000,5000" },
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        List list;
+        std::vector<int> model;
+        int next = 0;
+        std::istringstream script(c.script);
+        for (std::string token; script >> token;) {
+            const std::vector<int> n = numbers(token.substr(1));
+            const int size = int(model.size());
+            const int at = n.empty() ? 0 : std::max(0, std::min(n[0], size));
+            if (token[0] == '=') {
+                EXPECT_EQ(blockSizes(list), n) << token;
+                continue;
+            } else if (token[0] == 'a') {
+                fill(list, n[0], next);
+            } else if (token[0] == 'i') {
+                list.insert(n[0], Item(next));
+            } else if (token[0] == 'b') {
+                QList<Item> values;
+                for (int k = 0; k < n[1]; ++k)
+                    values.append(Item(next + k));
+                list.insert(n[0], values);
+            } else if (token[0] == 'r') {
+                list.removeAt(n[0]);
+                if (n[0] >= 0 && n[0] < size)
+                    model.erase(model.begin() + n[0]);
+            } else {
+                RangeSet<int> ranges;
+                for (size_t k = 0; k + 1 < n.size(); k += 2)
+                    ranges.add(n[k], n[k + 1]);
+                list.removeRanges(ranges);
+                for (size_t k = n.size(); k >= 2; k -= 2)
+                    model.erase(model.begin() + std::min(n[k - 2], size),
+                                model.begin() + std::min(n[k - 1], size));
+            }
+            const int added = token[0] == 'a' ? n[0]
+                    : token[0] == 'i'         ? 1
+                    : token[0] == 'b'         ? n[1]
+                                              : 0;
+            for (int k = 0; k < added; ++k)
+                model.insert(model.begin() + (token[0] == 'a' ? size : at) + k, next++);
+            ASSERT_EQ(contents(list), model) << token;
+            ASSERT_EQ(list.count(), int(model.size())) << token;
+        }
+    }
+}
 
+TEST_F(PartitionListTest, ElementsOfTheListItselfAndPositionsOutside)
+{
     List small;
-    small.insert(0, Item(1));
-    small.insert(5, Item(2)); // past the end opens a new last block
-    small.insert(-3, Item(0));
-    small.insert(0, small.at(2)); // an element of the list itself
+    EXPECT_TRUE(small.begin() == small.end());
+    EXPECT_EQ(small.at(0).value, -1);
+    fill(small, 3);
+    EXPECT_EQ(small.at(3).value, -1);
+    EXPECT_EQ(small.at(-1).value, -1);
+    EXPECT_EQ(small.indexOf(Item(2)), 2);
+    EXPECT_EQ(small.indexOf(Item(3)), -1);
+    small.insert(0, small.at(2)); // a reference into the list that the insert moves
     small.append(small.at(0));
     EXPECT_EQ(contents(small), std::vector<int>({ 2, 0, 1, 2, 2 }));
-}
 
-TEST_F(PartitionListTest, BulkInsertMayOverfillThenSplitsOnce)
-{
-    List list;
-    fill(list, 100);
-    QList<Item> values;
-    for (int i = 0; i < 25000; ++i)
-        values.append(Item(1000 + i));
-    list.insert(50, values);
-    EXPECT_EQ(blockSizes(list), std::vector<int>({ 12550, 12550 }));
-    EXPECT_EQ(list.at(49).value, 49);
-    EXPECT_EQ(list.at(50).value, 1000);
-    EXPECT_EQ(list.at(25049).value, 1000 + 24999);
-    EXPECT_EQ(list.at(25050).value, 50);
-    // The next single insert into an oversized block splits it again.
-    list.insert(1, Item(-1));
-    EXPECT_EQ(blockSizes(list), std::vector<int>({ 6275, 6276, 12550 }));
-}
-
-TEST_F(PartitionListTest, RemovalMergesNeighboursOnlyBelowTheThreshold)
-{
     List a;
-    fill(a, 9999);
-    a.insert(0, Item(-1)); // 5000 + 5000
-    a.removeRanges(RangeSet<int>());
-    EXPECT_EQ(blockSizes(a), std::vector<int>({ 5000, 5000 }));
-    RangeSet<int> cut;
-    cut.add(0, 2500);
-    cut.add(5000, 7499);
-    a.removeRanges(cut);
-    EXPECT_EQ(blockSizes(a), std::vector<int>({ 2500, 2501 }));
-    a.removeAt(4000); // 2500 + 2500 is not below 5000
-    EXPECT_EQ(blockSizes(a), std::vector<int>({ 2500, 2500 }));
-    a.removeAt(0);
-    EXPECT_EQ(blockSizes(a), std::vector<int>({ 4999 }));
-    a.removeAt(4999);
-    a.removeAt(-1);
-    EXPECT_EQ(a.count(), 4999);
-
-    List b;
-    fill(b, 10000); // 9999 + 1
-    b.removeAt(9999);
-    EXPECT_EQ(blockSizes(b), std::vector<int>({ 9999 }));
-    List one;
-    one.append(1);
-    one.removeAt(0);
-    EXPECT_EQ(one.partitionCount(), 0);
-    EXPECT_TRUE(one.begin() == one.end());
-}
-
-TEST_F(PartitionListTest, RemoveRangesAcrossBlocksDropsTheEmptiedOne)
-{
-    List list;
-    fill(list, 29997);
-    ASSERT_EQ(blockSizes(list), std::vector<int>({ 9999, 9999, 9999 }));
-    RangeSet<int> ranges;
-    ranges.add(9000, 21000);
-    ranges.add(29000, 40000); // past the end: ignored
-    list.removeRanges(ranges);
-    EXPECT_EQ(blockSizes(list), std::vector<int>({ 9000, 8000 }));
-    EXPECT_EQ(list.at(8999).value, 8999);
-    EXPECT_EQ(list.at(9000).value, 21000);
-    EXPECT_EQ(list.at(16999).value, 28999);
-}
-
-TEST_F(PartitionListTest, AtAndIndexOfOutsideTheList)
-{
-    List list;
-    EXPECT_EQ(list.at(0).value, -1);
-    fill(list, 3);
-    EXPECT_EQ(list.at(3).value, -1);
-    EXPECT_EQ(list.at(-1).value, -1);
-    EXPECT_EQ(list.indexOf(Item(2)), 2);
-    EXPECT_EQ(list.indexOf(Item(3)), -1);
+    fill(a, 12000);
+    List b(a);
+    b.removeAt(0);
+    EXPECT_EQ(a.count(), 12000);
+    EXPECT_EQ(b.at(0).value, 1);
+    b = a;
+    EXPECT_EQ(contents(b), contents(a));
 }
 
 TEST_F(PartitionListTest, IteratorArithmeticAcrossUnevenBlocks)
@@ -182,12 +183,12 @@ TEST_F(PartitionListTest, IteratorArithmeticAcrossUnevenBlocks)
         const int i = int(rng() % 35001);
         const int j = int(rng() % 35001);
         const auto ii = b + i;
-        EXPECT_EQ(b + j - ii, j - i);
-        EXPECT_EQ(ii + (j - i), b + j);
-        EXPECT_EQ(b + j - (j - i), ii);
-        EXPECT_EQ(ii < b + j, i < j);
+        ASSERT_EQ(b + j - ii, j - i);
+        ASSERT_EQ(ii + (j - i), b + j);
+        ASSERT_EQ(b + j - (j - i), ii);
+        ASSERT_EQ(ii < b + j, i < j);
         if (i < 35000) {
-            EXPECT_EQ(ii->value, i);
+            ASSERT_EQ(ii->value, i);
         }
     }
     auto it = b + 9998; // steps across a block boundary
@@ -198,32 +199,8 @@ TEST_F(PartitionListTest, IteratorArithmeticAcrossUnevenBlocks)
     EXPECT_EQ(list.at(20000).value, -20000);
 }
 
-TEST_F(PartitionListTest, CopyIsDeep)
-{
-    List a;
-    fill(a, 12000);
-    List b(a);
-    b.removeAt(0);
-    EXPECT_EQ(a.count(), 12000);
-    EXPECT_EQ(b.at(0).value, 1);
-    b = a;
-    EXPECT_EQ(contents(b), contents(a));
-}
-
-// Random appends, inserts, bulk inserts, removeAt and removeRanges against a
-// vector, checking contents, live copies and block sizes after every step.
-// Work in a later block must not change where a boundary position goes.
-TEST_F(PartitionListTest, ABoundaryGoesToTheEarlierBlockAfterWorkFurtherOn)
-{
-    List list;
-    fill(list, 15000);
-    list.removeAt(12000);
-    ASSERT_EQ(blockSizes(list), std::vector<int>({ 9999, 5000 }));
-    list.insert(9999, Item(-5)); // the end of the first block, which splits
-    EXPECT_EQ(blockSizes(list), std::vector<int>({ 5000, 5000, 5000 }));
-    EXPECT_EQ(list.at(9999).value, -5);
-}
-
+// Random appends, inserts, bulk inserts, runs, removeAt and removeRanges
+// against a vector, checking contents, live copies and blocks after every step.
 TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
 {
     std::mt19937 rng(12345);
@@ -232,7 +209,7 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
     int next = 0;
     for (int step = 0; step < 600; ++step) {
         const int n = int(model.size());
-        const unsigned op = rng() % 7; // 6: runs
+        const unsigned op = rng() % 7;
         if (op <= 2) { // append, single insert, bulk insert
             const int p = op == 0 ? n : int(rng() % (n + 1));
             const int count = op == 1 ? 1 : int(rng() % (op == 0 ? 3000 : 12000));
@@ -253,8 +230,8 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
             if (p >= 0 && p < n)
                 model.erase(model.begin() + p);
         } else if (op == 6) {
-            // Runs at sorted places, one pass per block: the same blocks as
-            // inserting run after run.
+            // Runs at sorted places in one pass: the same blocks as inserting
+            // run after run.
             QVector<int> places;
             QList<Item> values;
             std::vector<int> boundaries(1, 0); // where the block rule matters

@@ -26,27 +26,23 @@ public:
         : m_random(seed)
         , m_instruments(instruments)
     {
-        m_orders = makeTable("Orders",
-            { { "Id", FieldType::Integer }, { "Instr", FieldType::Integer },
-                { "Qty", FieldType::Integer } },
-            { QStringLiteral("Id") });
+        const FieldType::Type Int = FieldType::Integer;
+        m_orders = makeTable("Orders", { { "Id", Int }, { "Instr", Int }, { "Qty", Int } },
+                             { "Id" });
         m_deps[0] = makeTable("Instruments",
-            { { "Instr", FieldType::Integer }, { "Price", FieldType::Integer },
-                { "Name", FieldType::String } },
-            { Instr });
+                              { { "Instr", Int }, { "Price", Int }, { "Name", FieldType::String } },
+                              { Instr });
         // The key between the copied columns.
-        m_deps[1] = makeTable("Limits",
-            { { "Limit", FieldType::Integer }, { "Instr", FieldType::Integer },
-                { "Price", FieldType::Integer } },
-            { Instr });
-        m_orders->addIndex(
-            m_byInstr = new MasterIndex_Column(m_orders.get(), QStringList { Instr }));
+        m_deps[1] = makeTable("Limits", { { "Limit", Int }, { "Instr", Int }, { "Price", Int } },
+                              { Instr });
+        m_byInstr = new MasterIndex_Column(m_orders.get(), QStringList { Instr });
+        m_orders->addIndex(m_byInstr);
         // Rows before the join, and after it.
         mainTransaction(orders / 2);
         depTransaction(0, instruments / 2);
         depTransaction(1, instruments / 2);
         m_join.reset(new TableJoin(m_byInstr, { m_deps[0].get(), m_deps[1].get() },
-            { Price, QStringLiteral("Name"), QStringLiteral("Limit") }, false));
+                                   { Price, "Name", "Limit" }, false));
         refill(3, true);
         mainTransaction(orders / 2);
     }
@@ -81,11 +77,11 @@ public:
             for (int d = 0; d < 2; ++d) {
                 const auto dep = m_depRows[d].find(it->instr);
                 for (const QString &column : copied(d)) {
-                    ASSERT_EQ(cell(row, column),
-                        dep != m_depRows[d].end() ? dep->second.value(source(column))
-                                                  : it->copies.value(column))
-                        << "step " << step << ", order " << it.key() << ", "
-                        << column.toStdString();
+                    ASSERT_EQ(cell(row, column), dep != m_depRows[d].end()
+                                                         ? dep->second.value(source(column))
+                                                         : it->copies.value(column))
+                            << "step " << step << ", order " << it.key() << ", "
+                            << column.toStdString();
                 }
             }
         }
@@ -100,8 +96,7 @@ private:
 
     static QStringList copied(int dep)
     {
-        return dep == 0 ? QStringList { Price, QStringLiteral("Name") }
-                        : QStringList { QStringLiteral("Price_"), QStringLiteral("Limit") };
+        return dep == 0 ? QStringList { Price, "Name" } : QStringList { "Price_", "Limit" };
     }
     static QString source(const QString &joinColumn)
     {
@@ -127,8 +122,8 @@ private:
         const int price = int(m_random.bounded(1000));
         QVariantMap values { { Price, price } };
         if (all || m_random.bounded(2))
-            values[d == 0 ? QStringLiteral("Name") : QStringLiteral("Limit")]
-                = d == 0 ? QVariant(QStringLiteral("n%1").arg(price % 7)) : QVariant(price * 2);
+            values[d == 0 ? "Name" : "Limit"] = d == 0 ? QVariant(QString("n%1").arg(price % 7))
+                                                      : QVariant(price * 2);
         std::pair<int, int> span(INT_MAX, -1);
         for (auto it = values.cbegin(); it != values.cend(); ++it) {
             const int column = m_deps[d]->columnIndex(it.key());

@@ -17,14 +17,13 @@ const QStringList PriceOnly { QStringLiteral("Price") };
 struct Orders
 {
     explicit Orders(std::initializer_list<ColumnSpec> extra = {})
-        : table(
-            makeTable("Orders", { { "Id", FieldType::Integer }, { "Instr", FieldType::Integer } },
-                { QStringLiteral("Id") }))
+        : table(makeTable("Orders",
+                          { { "Id", FieldType::Integer }, { "Instr", FieldType::Integer } },
+                          { "Id" }))
     {
         for (const ColumnSpec &c : extra)
             table->addColumn(QString::fromLatin1(c.name), c.type);
-        table->addIndex(
-            byInstr = new MasterIndex_Column(table.get(), QStringList { QStringLiteral("Instr") }));
+        table->addIndex(byInstr = new MasterIndex_Column(table.get(), QStringList { "Instr" }));
     }
     ~Orders()
     {
@@ -33,10 +32,7 @@ struct Orders
         delete byInstr;
     }
     void add(int id, int instr) { put(table.get(), id, { { QStringLiteral("Instr"), instr } }); }
-    QVariant at(int id, const char *column) const
-    {
-        return cell(rowOf(table.get(), id), QString::fromLatin1(column));
-    }
+    QVariant at(int id, const char *column) const { return cell(rowOf(table.get(), id), column); }
     QStringList columns() const
     {
         QStringList names;
@@ -51,10 +47,8 @@ struct Orders
 
 std::unique_ptr<Table> instruments(const char *name = "Instruments")
 {
-    return makeTable(name,
-        { { "Instr", FieldType::Integer }, { "Price", FieldType::Integer },
-            { "Name", FieldType::String } },
-        { QStringLiteral("Instr") });
+    return makeTable(name, { { "Instr", FieldType::Integer }, { "Price", FieldType::Integer },
+                             { "Name", FieldType::String } }, { "Instr" });
 }
 
 void setPrice(Table *table, int instr, int price)
@@ -68,6 +62,7 @@ void setPrice(Table *table, int instr, int price)
 // and after the join the columns stay with their last values.
 TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
 {
+    TestAppHub hub;
     Orders orders({ { "Price", FieldType::Integer }, { "C_Price", FieldType::Integer } });
     auto a = makeTable("A", { { "Instr", FieldType::Integer } }, { QStringLiteral("Instr") });
     a->addColumn(QStringLiteral("Price"), FieldType::Integer, 0, false);
@@ -77,20 +72,18 @@ TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
         orders.add(id, qMax(1, id - 1));
     setPrice(a.get(), 1, 10);
     setPrice(a.get(), 2, 20);
-    put(b.get(), 2,
-        { { QStringLiteral("Price"), 5 }, { QStringLiteral("Name"), QStringLiteral("x") } });
+    put(b.get(), 2, { { QStringLiteral("Price"), 5 }, { QStringLiteral("Name"), "x" } });
     {
         TableJoin join(orders.byInstr, { a.get(), b.get(), c.get() },
-            { QStringLiteral("Price"), QStringLiteral("Name"), QStringLiteral("Missing") }, false);
-        EXPECT_EQ(orders.columns(),
-            QStringList({ "Id", "Instr", "Price", "C_Price", "Price_", "B_Price", "Name", "Price2",
-                "Name_" }));
+                       { "Price", "Name", "Missing" }, false);
+        EXPECT_TRUE(hub.joins.isEmpty()) << "registered with the host only when asked";
+        EXPECT_EQ(orders.columns(), QStringList({ "Id", "Instr", "Price", "C_Price", "Price_",
+                                                  "B_Price", "Name", "Price2", "Name_" }));
         EXPECT_TRUE(orders.table->columnDef(QStringLiteral("Price_")).nullable);
-        const QVariant null;
-        EXPECT_EQ(
-            QVariantList({ orders.at(1, "Price_"), orders.at(3, "Price_"), orders.at(3, "B_Price"),
-                orders.at(3, "Name"), orders.at(1, "B_Price"), orders.at(4, "Price_") }),
-            QVariantList({ 10, 20, 5, QStringLiteral("x"), null, null }));
+        const QVariantList got { orders.at(1, "Price_"), orders.at(3, "Price_"),
+                                 orders.at(3, "B_Price"), orders.at(3, "Name"),
+                                 orders.at(1, "B_Price"), orders.at(4, "Price_") };
+        EXPECT_EQ(got, QVariantList({ 10, 20, 5, "x", QVariant(), QVariant() }));
 
         // A row appended outside a transaction is looked up too.
         Record row(orders.table.get());
@@ -100,65 +93,55 @@ TEST(TableJoin, SetupAddsNamedNullableColumnsAndFillsPresentRows)
         EXPECT_EQ(orders.at(5, "Name"), QVariant(QStringLiteral("x")));
 
         // Which kind, and whose table; another index leaves the flag alone.
+        Index *dep1 = join.dependentIndexes().at(1);
         bool dep[3] = { false, true, true };
-        EXPECT_EQ(QList<bool>({ TableJoin::isJoinIndex(join.dependentIndexes().at(1), &dep[0]),
-                      TableJoin::isJoinIndex(join.mainIndex(), &dep[1]),
-                      TableJoin::isJoinIndex(orders.byInstr, &dep[2]), dep[0], dep[1], dep[2] }),
-            QList<bool>({ true, true, false, true, false, true }));
+        EXPECT_EQ(QList<bool>({ TableJoin::isJoinIndex(dep1, &dep[0]),
+                                TableJoin::isJoinIndex(join.mainIndex(), &dep[1]),
+                                TableJoin::isJoinIndex(orders.byInstr, &dep[2]), dep[0], dep[1],
+                                dep[2] }),
+                  QList<bool>({ true, true, false, true, false, true }));
         EXPECT_EQ(QList<Table *>({ TableJoin::table(join.dependentIndexes().at(2)),
-                      TableJoin::table(join.mainIndex()), TableJoin::table(orders.byInstr) }),
-            QList<Table *>({ orders.table.get(), orders.table.get(), nullptr }));
-        EXPECT_EQ(b->indexes(), QList<Index *>({ join.dependentIndexes().at(1) }));
+                                   TableJoin::table(join.mainIndex()),
+                                   TableJoin::table(orders.byInstr) }),
+                  QList<Table *>({ orders.table.get(), orders.table.get(), nullptr }));
+        EXPECT_EQ(b->indexes(), QList<Index *>({ dep1 }));
     }
     EXPECT_TRUE(b->indexes().isEmpty());
     EXPECT_EQ(orders.table->indexes(), QList<Index *>({ orders.byInstr }));
     setPrice(b.get(), 2, 6);
     EXPECT_EQ(orders.at(3, "B_Price"), QVariant(5));
-}
-
-TEST(TableJoin, RegistersWithTheHostOnlyWhenAsked)
-{
-    TestAppHub hub;
-    Orders orders;
-    auto deps = instruments();
-    TableJoin silent(orders.byInstr, { deps.get() }, PriceOnly, false);
-    EXPECT_TRUE(hub.joins.isEmpty());
-    TableJoin told(orders.byInstr, { deps.get() }, PriceOnly, true);
+    TableJoin told(orders.byInstr, { c.get() }, PriceOnly, true);
     EXPECT_EQ(hub.joins, QList<TableJoin *>({ &told }));
 }
 
 // Each refusal names what is involved and leaves both tables as they were.
 TEST(TableJoin, BadInputIsRefusedBeforeAnythingChanges)
 {
-    struct Case
+    const FieldType::Type Int = FieldType::Integer;
+    auto keyless = makeTable("Quotes", { { "Code", Int }, { "Price", Int } }, { "Code" });
+    const struct
     {
         const char *what;
         std::function<void(Orders &, Table *)> join;
         QStringList mentions;
-    };
-    auto keyless
-        = makeTable("Quotes", { { "Code", FieldType::Integer }, { "Price", FieldType::Integer } },
-            { QStringLiteral("Code") });
-    const Case cases[] = {
+    } cases[] = {
         { "missing key column",
-            [&](Orders &o, Table *) { TableJoin(o.byInstr, { keyless.get() }, PriceOnly, false); },
-            { "Quotes", "Instr", "Orders" } },
+          [&](Orders &o, Table *) { TableJoin(o.byInstr, { keyless.get() }, PriceOnly, false); },
+          { "Quotes", "Instr", "Orders" } },
         { "dependent given twice",
-            [](Orders &o, Table *dep) {
-                TableJoin(o.byInstr, { dep, dep }, PriceOnly, false);
-            },
-            { "Instruments", "twice" } },
+          [](Orders &o, Table *dep) { TableJoin(o.byInstr, { dep, dep }, PriceOnly, false); },
+          { "Instruments", "twice" } },
         { "table joined to itself",
-            [](Orders &o, Table *) { TableJoin(o.byInstr, { o.table.get() }, PriceOnly, false); },
-            { "Orders", "own dependent" } },
+          [](Orders &o, Table *) { TableJoin(o.byInstr, { o.table.get() }, PriceOnly, false); },
+          { "Orders", "own dependent" } },
         { "name differing only in case",
-            [](Orders &o, Table *dep) {
-                dep->addColumn(QStringLiteral("QTY"), FieldType::Integer);
-                TableJoin(o.byInstr, { dep }, { QStringLiteral("QTY") }, false);
-            },
-            { "QTY", "Orders", "already exists" } },
+          [](Orders &o, Table *dep) {
+              dep->addColumn(QStringLiteral("QTY"), FieldType::Integer);
+              TableJoin(o.byInstr, { dep }, { "QTY" }, false);
+          },
+          { "QTY", "Orders", "already exists" } },
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         Orders orders({ { "Qty", FieldType::Integer } });
         auto dep = instruments();
@@ -181,7 +164,7 @@ TEST(TableJoin, BadInputIsRefusedBeforeAnythingChanges)
         orders.add(2, 7);
         setPrice(dep.get(), 7, 2);
         EXPECT_EQ(orders.table->rowCount(), 2);
-        EXPECT_EQ(cell(rowOf(dep.get(), 7), QStringLiteral("Price")), QVariant(2));
+        EXPECT_EQ(cell(rowOf(dep.get(), 7), "Price"), QVariant(2));
     }
 }
 
@@ -193,19 +176,19 @@ TEST(TableJoin, JoinSetUpTwiceKeepsBothUpToDate)
     auto deps = instruments();
     orders.add(1, 7);
     setPrice(deps.get(), 7, 1);
-    std::unique_ptr<TableJoin> first(
-        new TableJoin(orders.byInstr, { deps.get() }, PriceOnly, false));
+    auto first = std::make_unique<TableJoin>(orders.byInstr, QList<Table *> { deps.get() },
+                                             PriceOnly, false);
     TableJoin second(orders.byInstr, { deps.get() }, PriceOnly, false);
     EXPECT_EQ(orders.at(1, "Price_"), QVariant(1));
     setPrice(deps.get(), 7, 2);
     orders.add(2, 7);
     for (const char *column : { "Price", "Price_" })
-        EXPECT_EQ(
-            QVariantList({ orders.at(1, column), orders.at(2, column) }), QVariantList({ 2, 2 }));
+        EXPECT_EQ(QVariantList({ orders.at(1, column), orders.at(2, column) }),
+                  QVariantList({ 2, 2 }));
     first.reset();
     setPrice(deps.get(), 7, 3);
-    EXPECT_EQ(
-        QVariantList({ orders.at(1, "Price"), orders.at(1, "Price_") }), QVariantList({ 2, 3 }));
+    EXPECT_EQ(QVariantList({ orders.at(1, "Price"), orders.at(1, "Price_") }),
+              QVariantList({ 2, 3 }));
 }
 
 // A dependent table destroyed first: its copies become null, the join goes on
@@ -214,29 +197,30 @@ TEST(TableJoin, TablesDestroyedBeforeTheJoinLeaveTheRestUsable)
 {
     Orders orders;
     auto gone = instruments("Gone");
-    auto kept
-        = makeTable("Kept", { { "Instr", FieldType::Integer }, { "Limit", FieldType::Integer } },
-            { QStringLiteral("Instr") });
+    const FieldType::Type Int = FieldType::Integer;
+    auto kept = makeTable("Kept", { { "Instr", Int }, { "Limit", Int } }, { "Instr" });
+    auto setLimit = [&](int instr, int limit) { put(kept.get(), instr, { { "Limit", limit } }); };
     orders.add(1, 7);
     setPrice(gone.get(), 7, 5);
-    put(kept.get(), 7, { { QStringLiteral("Limit"), 9 } });
-    std::unique_ptr<TableJoin> join(new TableJoin(orders.byInstr, { gone.get(), kept.get() },
-        { QStringLiteral("Price"), QStringLiteral("Limit") }, false));
+    setLimit(7, 9);
+    const QList<Table *> deps { gone.get(), kept.get() };
+    auto join = std::make_unique<TableJoin>(orders.byInstr, deps, QStringList { "Price", "Limit" },
+                                            false);
     EXPECT_EQ(orders.at(1, "Price"), QVariant(5));
     gone.reset();
     orders.add(2, 7);
-    put(kept.get(), 7, { { QStringLiteral("Limit"), 10 } });
+    setLimit(7, 10);
     EXPECT_EQ(QVariantList({ orders.at(1, "Price"), orders.at(2, "Price"), orders.at(1, "Limit"),
-                  orders.at(2, "Limit") }),
-        QVariantList({ QVariant(), QVariant(), 10, 10 }));
+                             orders.at(2, "Limit") }),
+              QVariantList({ QVariant(), QVariant(), 10, 10 }));
 
     EXPECT_EQ(join->fileName(QDir(QStringLiteral("/data"))), QStringLiteral("/data/Orders"));
     orders.table.reset();
     EXPECT_EQ(join->table(), nullptr);
     EXPECT_TRUE(join->fileName(QDir(QStringLiteral("/data"))).isEmpty());
     EXPECT_TRUE(kept->indexes().isEmpty());
-    put(kept.get(), 7, { { QStringLiteral("Limit"), 11 } });
-    put(kept.get(), 8, { { QStringLiteral("Limit"), 12 } });
+    setLimit(7, 11);
+    setLimit(8, 12);
     EXPECT_EQ(kept->rowCount(), 2);
 }
 
@@ -248,20 +232,19 @@ class IndexDependKey : public MasterIndex_Column, public IndexDependBase
 {
 public:
     IndexDependKey(Table *table, const QStringList &key)
-        : MasterIndex_Column(table, key)
-        , IndexDependBase(this)
+        : MasterIndex_Column(table, key), IndexDependBase(this)
     {
         table->addIndex(this);
         MasterIndex_Column::build();
     }
     ~IndexDependKey() override { table()->removeIndex(this); }
     void preprocess(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
-        const QList<Record> &inserted, const QList<Record> &changed) override
+                    const QList<Record> &inserted, const QList<Record> &changed) override
     {
         IndexDependBase::preprocess(removed, updated, first, last, inserted, changed);
     }
     void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
-        const QList<Record> &inserted) override
+                 const QList<Record> &inserted) override
     {
         MasterIndex_Column::process(removed, updated, first, last, inserted);
         IndexDependBase::process(removed, updated, first, last, inserted);
@@ -276,8 +259,8 @@ TEST(TableJoin, AttachesAsDependentIndexesOfKeyIndexes)
     Orders orders;
     auto deps = instruments();
     setPrice(deps.get(), 7, 1);
-    IndexDependKey byInstr(orders.table.get(), { QStringLiteral("Instr") });
-    IndexDependKey depKey(deps.get(), { QStringLiteral("Instr") });
+    IndexDependKey byInstr(orders.table.get(), { "Instr" });
+    IndexDependKey depKey(deps.get(), { "Instr" });
     {
         TableJoin join(&byInstr, { &depKey }, PriceOnly, false);
         EXPECT_EQ(byInstr.dependentIndexes(), QList<Index *>({ join.mainIndex() }));

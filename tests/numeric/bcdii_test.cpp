@@ -148,28 +148,13 @@ TEST(BCDIIRescale, OverflowAndNothingRemaining)
     EXPECT_EQ(BCDIIRound(z.d, z.t, 0, 3), 2);
 }
 
-TEST(BCDIIIncrement, CarriesAndOverflows)
-{
-    Num n(type(5, 0), {0, 99, 99});
-    EXPECT_EQ(BCDIIIncrement(n.d, n.t, 4), 0);
-    EXPECT_EQ(n.bytes(), Bytes({1, 0, 0}));
-    Num m(type(5, 0), {0x80 | 9, 99, 99});
-    EXPECT_EQ(BCDIIIncrement(m.d, m.t, 4), 17);
-    EXPECT_EQ(m.d[0], 101);
-    Num t(type(4, 0), {12, 34});
-    EXPECT_EQ(BCDIIIncrement(t.d, t.t, 2), 0); // tens
-    EXPECT_EQ(t.bytes(), Bytes({12, 44}));
-    EXPECT_EQ(BCDIIIncrement(t.d, t.t, 4), 48); // past the number
-    EXPECT_TRUE(t.paddingIntact());
-}
-
 TEST(BCDIICompare, SameTypeAndAcrossTypes)
 {
     const BCDIIType t = type(4, 2);
-    EXPECT_EQ(BCDIICompareSame(Num(t, {1, 50}).d, Num(t, {1, 49}).d, t), 1);
-    EXPECT_EQ(BCDIICompareSame(Num(t, {0x80 | 1, 50}).d, Num(t, {0x80 | 1, 49}).d, t), -1);
-    EXPECT_EQ(BCDIICompareSame(Num(t, {0x80 | 1, 50}).d, Num(t, {0, 1}).d, t), -1);
-    EXPECT_EQ(BCDIICompareSame(Num(t, {3, 0}).d, Num(t, {3, 0}).d, t), 0);
+    const struct { Bytes a, b; int result; } same[] = {
+        {{1, 50}, {1, 49}, 1}, {{0x80 | 1, 50}, {0x80 | 1, 49}, -1}, {{0x80 | 1, 50}, {0, 1}, -1}, {{3, 0}, {3, 0}, 0}};
+    for (const auto &c : same)
+        EXPECT_EQ(BCDIICompareSame(Num(t, c.a).d, Num(t, c.b).d, t), c.result) << Num(t, c.a).text();
     // Magnitudes in other layouts: 1.5 = 0001.50, 100.00 > 9.9 < 9.9001,
     // 5 < 1e6 (wholly above), and zeros of both.
     struct Case { Num a, b; int result; } cases[] = {
@@ -356,14 +341,24 @@ TEST(BCDIIParse, FormsOfText)
     EXPECT_EQ(t, 0x1A0A);
 }
 
-TEST(BCDIICopy, InPlaceAndMarker)
+TEST(BCDIIIncrement, CarriesOverflowsAndCopies)
 {
-    Num n(type(4, 2), {12, 34});
-    EXPECT_EQ(BCDIICopy(n.d, type(4, 1), n.d, n.t), 64);
-    n.t = type(4, 1);
-    EXPECT_EQ(n.text(), "12.3");
-    Num m(type(4, 0), {101}), dst(type(4, 0));
-    EXPECT_EQ(BCDIICopy(dst.d, dst.t, m.d, m.t), 176);
+    Num n(type(5, 0), {0, 99, 99}), m(type(5, 0), {0x80 | 9, 99, 99}), t(type(4, 0), {12, 34});
+    EXPECT_EQ(BCDIIIncrement(n.d, n.t, 4), 0);
+    EXPECT_EQ(n.bytes(), Bytes({1, 0, 0}));
+    EXPECT_EQ(BCDIIIncrement(m.d, m.t, 4), 17);
+    EXPECT_EQ(m.d[0], 101);
+    EXPECT_EQ(BCDIIIncrement(t.d, t.t, 2), 0); // tens
+    EXPECT_EQ(t.bytes(), Bytes({12, 44}));
+    EXPECT_EQ(BCDIIIncrement(t.d, t.t, 4), 48); // past the number
+    EXPECT_TRUE(t.paddingIntact());
+
+    // Copy in place to a lower scale, and of the marker.
+    Num c(type(4, 2), {12, 34}), dst(type(4, 0));
+    EXPECT_EQ(BCDIICopy(c.d, type(4, 1), c.d, c.t), 64);
+    c.t = type(4, 1);
+    EXPECT_EQ(c.text(), "12.3");
+    EXPECT_EQ(BCDIICopy(dst.d, dst.t, Num(type(4, 0), {101}).d, type(4, 0)), 176);
     EXPECT_EQ(dst.d[0], 101);
 }
 

@@ -19,7 +19,7 @@ const int64 Day = 86400000;
 // Sets one environment variable for a scope (TZ changes applied).
 struct ScopedEnv
 {
-    ScopedEnv(const char *name, const char *value) : name(name), had(qEnvironmentVariableIsSet(name)), saved(qgetenv(name))
+    ScopedEnv(const char *n, const char *value) : name(n), had(qEnvironmentVariableIsSet(n)), saved(qgetenv(n))
     {
         qputenv(name, value);
         tzset();
@@ -33,6 +33,49 @@ struct ScopedEnv
     bool had;
     QByteArray saved;
 };
+
+// For the checks that run in a child process under another locale: exit 1 naming the failure.
+void require(bool ok, const char *what)
+{
+    if (!ok) {
+        std::fprintf(stderr, "%s\n", what);
+        std::exit(1);
+    }
+}
+
+// Runs in a fresh process under LC_ALL=en_US, whose short date has a two-digit year.
+[[noreturn]] void checkTwoDigitYears()
+{
+    require(QLocale::system().dateFormat(QLocale::ShortFormat) == QStringLiteral("M/d/yy"), "locale");
+    require(datetime(Jan2).toSystemString() == QStringLiteral("1/2/20 03:04:05.006"), "toSystemString");
+    require(datetime::fromSystemString(QStringLiteral("1/2/20 03:04:05.006")).data() == Jan2, "2020");
+    // The shift is unconditional: 99 means 2099.
+    require(datetime::fromSystemString(QStringLiteral("5/6/99"), true) == datetime(2099, 5, 6, 0, 0, 0, 0), "99");
+    require(datetime::fromSystemString(QStringLiteral("5/6/99 junk"), true).isZero(), "junk");
+    std::exit(0);
+}
+
+// Runs in a fresh process under LC_ALL=ar_EG, whose digits are Arabic-Indic.
+[[noreturn]] void checkLatinDigitsUnderArabicLocale()
+{
+    const QLocale system = QLocale::system();
+    require(system.zeroDigit() == QChar(0x0660), "locale");
+    QLocale::setDefault(system);
+    const QString text = QStringLiteral("2020.01.02 03:04:05.006");
+    require(datetime(Jan2).toString() == text, "toString");
+    require(datetime(Jan2).toVariant().toString() == text, "variant");
+    require(datetime(Jan2).toString(QStringLiteral("d MMMM yyyy")) == "2 " + system.monthName(1) + " 2020",
+            "names stay the locale's");
+    const QString shown = datetime(Jan2).toSystemString();
+    require(shown.endsWith(QStringLiteral("2020 03:04:05.006")) && shown.startsWith(QLatin1Char('2')), "toSystemString");
+    const QRegularExpression clock(QStringLiteral("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}$"));
+    require(clock.match(LogFile::timestamp()).hasMatch(), "timestamp");
+    // Reading is unchanged: the locale's own digits are still accepted.
+    const QString native = system.toString(QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 6)), datetime::defaultFormat());
+    require(native != text && datetime(native).data() == Jan2, "reading");
+    require(datetime::fromSystemString(shown).data() == Jan2, "round trip");
+    std::exit(0);
+}
 
 } // namespace
 
@@ -133,70 +176,12 @@ TEST(Datetime, SpansAndCalendarSteps)
     EXPECT_TRUE(datetime().toSystemString().isEmpty());
 }
 
-namespace {
-
-// Runs in a fresh process under LC_ALL=en_US, whose short date has a two-digit year.
-[[noreturn]] void checkTwoDigitYears()
-{
-    const auto check = [](bool ok, const char *what) {
-        if (!ok) {
-            std::fprintf(stderr, "%s\n", what);
-            std::exit(1);
-        }
-    };
-    check(QLocale::system().dateFormat(QLocale::ShortFormat) == QStringLiteral("M/d/yy"), "locale");
-    check(datetime(Jan2).toSystemString() == QStringLiteral("1/2/20 03:04:05.006"), "toSystemString");
-    check(datetime::fromSystemString(QStringLiteral("1/2/20 03:04:05.006")).data() == Jan2, "2020");
-    // The shift is unconditional: 99 means 2099.
-    check(datetime::fromSystemString(QStringLiteral("5/6/99"), true) == datetime(2099, 5, 6, 0, 0, 0, 0), "99");
-    check(datetime::fromSystemString(QStringLiteral("5/6/99 junk"), true).isZero(), "junk");
-    std::exit(0);
-}
-
-} // namespace
-
 TEST(Datetime, SystemStringMovesTwoDigitYearsACentury)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ScopedEnv locale("LC_ALL", "en_US.UTF-8");
     EXPECT_EXIT(checkTwoDigitYears(), ::testing::ExitedWithCode(0), "");
 }
-
-namespace {
-
-// Runs in a fresh process under LC_ALL=ar_EG, whose digits are Arabic-Indic.
-[[noreturn]] void checkLatinDigitsUnderArabicLocale()
-{
-    const auto check = [](bool ok, const char *what) {
-        if (!ok) {
-            std::fprintf(stderr, "%s\n", what);
-            std::exit(1);
-        }
-    };
-    const QLocale system = QLocale::system();
-    check(system.zeroDigit() == QChar(0x0660), "locale");
-    QLocale::setDefault(system);
-    const QString text = QStringLiteral("2020.01.02 03:04:05.006");
-    check(datetime(Jan2).toString() == text, "toString");
-    check(datetime(Jan2).toVariant().toString() == text, "variant");
-    check(datetime(Jan2).toString(QStringLiteral("d MMMM yyyy"))
-              == QStringLiteral("2 ") + system.monthName(1) + QStringLiteral(" 2020"),
-          "names stay the locale's");
-    const QString shown = datetime(Jan2).toSystemString();
-    check(shown.endsWith(QStringLiteral("2020 03:04:05.006")) && shown.startsWith(QLatin1Char('2')),
-          "toSystemString");
-    check(QRegularExpression(QStringLiteral("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}$"))
-              .match(LogFile::timestamp()).hasMatch(),
-          "timestamp");
-    // Reading is unchanged: the locale's own digits are still accepted.
-    const QString native = system.toString(QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 6)),
-                                           datetime::defaultFormat());
-    check(native != text && datetime(native).data() == Jan2, "reading");
-    check(datetime::fromSystemString(shown).data() == Jan2, "round trip");
-    std::exit(0);
-}
-
-} // namespace
 
 TEST(Datetime, TextsUseLatinDigitsInAnyLocale)
 {

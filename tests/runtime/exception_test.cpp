@@ -20,12 +20,12 @@ __attribute__((noinline)) Exception makeAtDepth(int depth)
 // Index left in 3, name left in 35 (a longer one pushes on), 8+ hex digits.
 void expectLines(const QStringList &stack, const QString &application)
 {
+    const QRegularExpression address(QStringLiteral("^[0-9a-f]{8,16} "));
     for (int i = 0; i < stack.size(); ++i) {
         const QString prefix = QString::number(i + 1).leftJustified(3) + QLatin1Char(' ')
             + application.leftJustified(35) + QLatin1String(" 0x");
         EXPECT_TRUE(stack.at(i).startsWith(prefix)) << stack.at(i).toStdString();
-        EXPECT_TRUE(QRegularExpression(QStringLiteral("^[0-9a-f]{8,16} ")).match(stack.at(i).mid(prefix.size())).hasMatch())
-            << stack.at(i).toStdString();
+        EXPECT_TRUE(address.match(stack.at(i).mid(prefix.size())).hasMatch()) << stack.at(i).toStdString();
     }
 }
 
@@ -39,7 +39,6 @@ TEST(Exception, StackLinesFollowTheColumnFormat)
         QCoreApplication::setApplicationName(name);
         const Exception e(QStringLiteral("bad field"));
         QCoreApplication::setApplicationName(saved);
-
         EXPECT_EQ(e.message(), QStringLiteral("bad field"));
         ASSERT_GE(e.stack().size(), 2);
         expectLines(e.stack(), name);
@@ -55,7 +54,6 @@ TEST(Exception, DeepStackIsCutAtThirtyOneLines)
     const Exception e = makeAtDepth(100);
     EXPECT_EQ(e.stack().size(), 31);
     expectLines(e.stack(), QCoreApplication::applicationName());
-    // Copies share message and stack.
     Exception copy(QStringLiteral("other"));
     copy = e;
     EXPECT_EQ(copy.message(), QStringLiteral("deep"));

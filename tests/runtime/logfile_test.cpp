@@ -13,26 +13,21 @@ class LogFileTest : public ::testing::Test
 {
 protected:
     QString path(const QString &name) const { return m_dir.path() + QLatin1Char('/') + name; }
-
     QString contents(const QString &name) const
     {
         QFile file(path(name));
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QStringLiteral("<missing>");
     }
-
     // One start of the program: open the log, write one line, close it.
     void start(const QString &name, int n) { LogFile(path(name)) << "start " << n << '\n'; }
-
     static QString line(int n) { return QStringLiteral("start %1\n").arg(n); }
     static QString rotated(const char *stem, int i) { return QStringLiteral("%1.%2.log").arg(QLatin1String(stem)).arg(i); }
 
     QTemporaryDir m_dir;
 };
 
-// Exposes the protected naming rule.
-class NamingLog : public LogFile
+struct NamingLog : LogFile
 {
-public:
     using LogFile::rotateName;
 };
 

@@ -16,9 +16,8 @@ namespace {
 
 struct Counters
 {
-    std::atomic<int> runs{0};
+    std::atomic<int> runs{0}, destroyed{0};
     std::atomic<int> ranWhileAllowed{0}; // canRun() was true when run() began
-    std::atomic<int> destroyed{0};
 };
 
 // Polls canRun() for up to `spins` short sleeps, as a well-behaved task does.
@@ -27,11 +26,9 @@ class PollingTask : public Runnable
 public:
     PollingTask(Counters *counters, int spins = 1000000) : m_counters(counters), m_spins(spins) { }
     ~PollingTask() override { ++m_counters->destroyed; }
-
     void run() override
     {
-        if (canRun())
-            ++m_counters->ranWhileAllowed;
+        m_counters->ranWhileAllowed += canRun();
         for (int i = 0; i < m_spins && canRun(); ++i)
             QThread::usleep(200);
         ++m_counters->runs;
@@ -43,17 +40,10 @@ private:
 };
 
 // Ignores canRun() and waits for the test to let it go; the test owns it.
-class StubbornTask : public Runnable
+struct StubbornTask : Runnable
 {
-public:
     StubbornTask() { setAutoDelete(false); }
-    void run() override
-    {
-        started.release();
-        release.acquire();
-        finished = true;
-    }
-
+    void run() override { started.release(); release.acquire(); finished = true; }
     QSemaphore started, release;
     std::atomic<bool> finished{false};
 };

@@ -12,30 +12,15 @@
 
 namespace {
 
-QTextCodec *utf8()
-{
-    return QTextCodec::codecForName("utf-8");
-}
+QTextCodec *utf8() { return QTextCodec::codecForName("utf-8"); }
 
-QByteArray escaped(const QString &text)
+// The text, or a QStringList when the bytes make a list.
+QVariant unescaped(const QByteArray &bytes, QTextCodec *codec = utf8())
 {
-    QByteArray bytes;
-    QtJsonSettings::escapedString(text, bytes, utf8());
-    return bytes;
-}
-
-struct Unescaped
-{
-    bool isList;
     QString text;
     QStringList list;
-};
-
-Unescaped unescaped(const QByteArray &bytes)
-{
-    Unescaped r;
-    r.isList = QtJsonSettings::unescapedStringList(bytes, 0, bytes.size(), r.text, r.list, utf8());
-    return r;
+    return QtJsonSettings::unescapedStringList(bytes, 0, bytes.size(), text, list, codec) ? QVariant(list)
+                                                                                          : QVariant(text);
 }
 
 QSettings::SettingsMap readBytes(const QByteArray &bytes, bool *ok = nullptr)
@@ -62,22 +47,18 @@ QByteArray writeMap(const QSettings::SettingsMap &map)
 
 TEST(JsonEscaping, KnownFormsAndRoundTrip)
 {
-    const QString nulThenDigit = QString(QLatin1String("a")) + QChar(0) + QLatin1String("1b");
-    const QString ctrlThenHex = QString(QChar(1)) + QLatin1String("f g");
     const struct
     {
         QString text;
         QByteArray bytes;
     } cases[] = {
         {QStringLiteral("plain"), "plain"},
-        {QStringLiteral("a,b"), "\"a,b\""},
-        {QStringLiteral("k=v;"), "\"k=v;\""},
-        {QStringLiteral(" lead"), "\" lead\""},
-        {QStringLiteral("trail "), "\"trail \""},
-        {QStringLiteral("tab\there\nnl\r"), "tab\\there\\nnl\\r"},
-        {QStringLiteral("q\"b\\"), "q\\\"b\\\\"},
-        {nulThenDigit, "a\\0\\x31\\x62"},
-        {ctrlThenHex, "\\x1\\x66 g"},
+        {QStringLiteral("a,b"), "\"a,b\""}, {QStringLiteral("k=v;"), "\"k=v;\""},
+        {QStringLiteral(" lead"), "\" lead\""}, {QStringLiteral("trail "), "\"trail \""},
+        {QStringLiteral("tab\there\nnl\r"), "tab\\there\\nnl\\r"}, {QStringLiteral("q\"b\\"), "q\\\"b\\\\"},
+        // A hex escape swallows following hex digits, so those are escaped too.
+        {QLatin1String("a") + QChar(0) + QLatin1String("1b"), "a\\0\\x31\\x62"},
+        {QChar(1) + QLatin1String("f g"), "\\x1\\x66 g"},
         {QStringLiteral("Цена"), "\xD0\xA6\xD0\xB5\xD0\xBD\xD0\xB0"},
         {QString::fromUcs4(U"\U0001F600x"), "\xF0\x9F\x98\x80x"},
         // Halves of a pair on their own, which UTF-8 cannot carry.
@@ -86,26 +67,18 @@ TEST(JsonEscaping, KnownFormsAndRoundTrip)
         {QString(), ""},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(escaped(c.text), c.bytes) << qPrintable(c.text);
-        const Unescaped back = unescaped(c.bytes);
-        EXPECT_FALSE(back.isList) << qPrintable(c.text);
-        EXPECT_EQ(back.text, c.text) << c.bytes.constData();
+        QByteArray bytes("abc"); // appended to, never replaced
+        QtJsonSettings::escapedString(c.text, bytes, utf8());
+        EXPECT_EQ(bytes, "abc" + c.bytes) << qPrintable(c.text);
+        const QVariant back = unescaped(c.bytes);
+        EXPECT_EQ(back.userType(), QMetaType::QString) << c.bytes.constData();
+        EXPECT_EQ(back, QVariant(c.text)) << c.bytes.constData();
     }
-}
-
-TEST(JsonEscaping, AppendsOnlyItsOwnPartAndWithoutCodecUsesHexEscapes)
-{
-    QByteArray bytes("abc");
-    QtJsonSettings::escapedString(QStringLiteral("x,y"), bytes, utf8());
-    EXPECT_EQ(bytes, QByteArray("abc\"x,y\""));
-
-    bytes.clear();
+    // Without a codec everything past ASCII, and what follows it, is hex.
+    QByteArray bytes;
     QtJsonSettings::escapedString(QStringLiteral("\u00e9a"), bytes, nullptr);
     EXPECT_EQ(bytes, QByteArray("\\xe9\\x61"));
-    QString text;
-    QStringList list;
-    EXPECT_FALSE(QtJsonSettings::unescapedStringList(bytes, 0, bytes.size(), text, list, nullptr));
-    EXPECT_EQ(text, QStringLiteral("\u00e9a"));
+    EXPECT_EQ(unescaped(bytes, nullptr), QVariant(QStringLiteral("\u00e9a")));
 }
 
 TEST(JsonUnescaping, ScannerRulesAndLists)
@@ -113,7 +86,7 @@ TEST(JsonUnescaping, ScannerRulesAndLists)
     const struct
     {
         QByteArray bytes;
-        QVariant expected; // a QStringList when the bytes make a list
+        QVariant expected;
     } cases[] = {
         {"  x y \t", QStringLiteral("x y")},          // outer blanks trimmed
         {"\" x \"", QStringLiteral(" x ")},           // kept inside quotes
@@ -122,39 +95,38 @@ TEST(JsonUnescaping, ScannerRulesAndLists)
         {"a\\qb\\", QStringLiteral("ab")},            // unknown escape, trailing backslash
         {"\\?\\'\\a", QStringLiteral("?'\a")},
         {"a\\t\\x20 \t, b\\t", QStringList{"a\t ", "b\t"}}, // escaped blanks are kept
-        // Unquoted commas make lists.
         {"a, b ,c", QStringList{"a", "b", "c"}},
         {"\"a, b\", \" c\"", QStringList{"a, b", " c"}},
     };
     for (const auto &c : cases) {
-        const Unescaped r = unescaped(c.bytes);
-        EXPECT_EQ(r.isList ? QVariant(r.list) : QVariant(r.text), c.expected) << c.bytes.constData();
+        const QVariant got = unescaped(c.bytes);
+        EXPECT_EQ(got.userType(), c.expected.userType()) << c.bytes.constData();
+        EXPECT_EQ(got, c.expected) << c.bytes.constData();
     }
 
     // Only the given range is read, and the list is replaced.
     QString text;
     QStringList list{"stale"};
-    const QByteArray bytes("xx,a,b,yy");
-    EXPECT_TRUE(QtJsonSettings::unescapedStringList(bytes, 3, 6, text, list, utf8()));
+    EXPECT_TRUE(QtJsonSettings::unescapedStringList("xx,a,b,yy", 3, 6, text, list, utf8()));
     EXPECT_EQ(list, (QStringList{"a", "b"}));
 }
 
 TEST(JsonValueText, EncodesAndDecodesEveryKind)
 {
-    QByteArray binary("\x00\x01\x1f\x7f\x80\xff)(", 8);
+    const QByteArray binary("\x00\x01\x1f\x7f\x80\xff)(", 8);
     const struct
     {
         QVariant value;
         QString text;
     } cases[] = {
         {QVariant(), QStringLiteral("@Invalid()")},
-        {QVariant(QStringLiteral("@foo")), QStringLiteral("@@foo")},
-        {QVariant(QStringLiteral("@Rect(1 2 3 4)")), QStringLiteral("@@Rect(1 2 3 4)")},
-        {QVariant(QRect(1, 2, 3, 4)), QStringLiteral("@Rect(1 2 3 4)")},
-        {QVariant(QSize(5, 6)), QStringLiteral("@Size(5 6)")},
-        {QVariant(QPoint(-7, 8)), QStringLiteral("@Point(-7 8)")},
-        {QVariant(QByteArray("ab")), QStringLiteral("@ByteArray(ab)")},
-        {QVariant(binary), QStringLiteral("@ByteArray(") + QString::fromLatin1(binary.constData(), binary.size()) + ")"},
+        {QStringLiteral("@foo"), QStringLiteral("@@foo")},
+        {QStringLiteral("@Rect(1 2 3 4)"), QStringLiteral("@@Rect(1 2 3 4)")},
+        {QRect(1, 2, 3, 4), QStringLiteral("@Rect(1 2 3 4)")},
+        {QSize(5, 6), QStringLiteral("@Size(5 6)")},
+        {QPoint(-7, 8), QStringLiteral("@Point(-7 8)")},
+        {QByteArray("ab"), QStringLiteral("@ByteArray(ab)")},
+        {binary, "@ByteArray(" + QString::fromLatin1(binary.constData(), binary.size()) + ")"},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(QtJsonSettings::variantToString(c.value), c.text);
@@ -163,30 +135,36 @@ TEST(JsonValueText, EncodesAndDecodesEveryKind)
     EXPECT_EQ(QtJsonSettings::variantToString(42), QStringLiteral("42"));
     EXPECT_EQ(QtJsonSettings::variantToString(true), QStringLiteral("true"));
     EXPECT_EQ(QtJsonSettings::stringToVariant(QStringLiteral("42")), QVariant(QStringLiteral("42")));
-}
 
-TEST(JsonValueText, OtherTypesTravelAsVariantStreamAtVersion7)
-{
+    // Other types travel as a QDataStream of version 7 (Qt 4.0).
     const QVariant date(QDate(2024, 2, 29));
+    QByteArray stream;
+    QDataStream s(&stream, QIODevice::WriteOnly);
+    s.setVersion(QDataStream::Qt_4_0);
+    s << date;
     const QString text = QtJsonSettings::variantToString(date);
-    QByteArray expected;
-    {
-        QDataStream s(&expected, QIODevice::WriteOnly);
-        s.setVersion(QDataStream::Qt_4_0);
-        s << date;
-    }
-    EXPECT_EQ(text, QStringLiteral("@Variant(") + QString::fromLatin1(expected.constData(), expected.size()) + ")");
+    EXPECT_EQ(text, "@Variant(" + QString::fromLatin1(stream.constData(), stream.size()) + ")");
     EXPECT_EQ(QtJsonSettings::stringToVariant(text), date);
-
-    // Containers nest other kinds; all of it comes back.
     const QVariant nested(QVariantList{
-        QVariantMap{{"d", QDate(2000, 1, 2)}, {"l", QStringList{"a", QString()}}},
-        QVariant(), QChar('x'), QTime(12, 30),
-        QVariantHash{{"h", QVariantList{1, 2.5, QByteArray("\0\1", 2)}}},
+        QVariantMap{{"d", QDate(2000, 1, 2)}, {"l", QStringList{"a", QString()}}}, QVariant(), QChar('x'),
+        QTime(12, 30), QVariantHash{{"h", QVariantList{1, 2.5, QByteArray("\0\1", 2)}}},
         QDateTime(QDate(2020, 5, 6), QTime(7, 8, 9), Qt::UTC)});
     EXPECT_EQ(QtJsonSettings::stringToVariant(QtJsonSettings::variantToString(nested)), nested);
+
+    // A list decodes its items only when one of them is encoded.
+    EXPECT_EQ(QtJsonSettings::stringListToVariantList({"a", "@@b"}), QVariant(QStringList{"a", "@b"}));
+    const QVariant mixed = QtJsonSettings::stringListToVariantList({"a", "@Point(1 2)", "@@c"});
+    ASSERT_EQ(mixed.userType(), QMetaType::QVariantList);
+    EXPECT_EQ(mixed.toList(), (QVariantList{QStringLiteral("a"), QPoint(1, 2), QStringLiteral("@c")}));
+
+    EXPECT_EQ(QtJsonSettings::splitArgs(QStringLiteral("@Rect(1 -2 30 4)"), 5),
+              (QStringList{"1", "-2", "30", "4"}));
+    // A stray parenthesis is only warned about.
+    EXPECT_EQ(QtJsonSettings::splitArgs(QStringLiteral("@Size(1)2)"), 5), (QStringList{"1", "2"}));
+    EXPECT_EQ(QtJsonSettings::splitArgs(QString(), 5), QStringList());
 }
 
+// Damaged streams must neither crash nor allocate what their counts claim.
 TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
 {
     const QStringList texts{
@@ -212,58 +190,27 @@ TEST(JsonValueText, UnknownOrDamagedFormsStayPlainText)
     }
 }
 
-TEST(JsonValueText, StringListDecodingOnlyWhenAnItemIsEncoded)
+TEST(JsonTree, ArraysCountFromOneAndMapsKeepTheirMark)
 {
-    EXPECT_EQ(QtJsonSettings::stringListToVariantList({"a", "@@b"}),
-              QVariant(QStringList{"a", "@b"}));
-    const QVariant mixed = QtJsonSettings::stringListToVariantList({"a", "@Point(1 2)", "@@c"});
-    ASSERT_EQ(mixed.userType(), QMetaType::QVariantList);
-    EXPECT_EQ(mixed.toList(),
-              (QVariantList{QStringLiteral("a"), QPoint(1, 2), QStringLiteral("@c")}));
-}
-
-TEST(JsonValueText, SplitArgsSplitsOnSpacesAndWarnsAboutShape)
-{
-    EXPECT_EQ(QtJsonSettings::splitArgs(QStringLiteral("@Rect(1 -2 30 4)"), 5),
-              (QStringList{"1", "-2", "30", "4"}));
-    // The stray parenthesis is reported and the items after it still come out.
-    EXPECT_EQ(QtJsonSettings::splitArgs(QStringLiteral("@Size(1)2)"), 5),
-              (QStringList{"1", "2"}));
-    EXPECT_EQ(QtJsonSettings::splitArgs(QString(), 5), QStringList());
-}
-
-TEST(JsonTree, ArrayFromSizeCountsFromOne)
-{
-    const QVariantMap full{{"1", 1}, {"2", 2}};
-    EXPECT_FALSE(QtJsonSettings::arrayFromSize(full, "size", 2).isValid());
-    const QVariant gap = QtJsonSettings::arrayFromSize({{"2", 2}}, "size", 2);
-    ASSERT_TRUE(gap.isValid());
-    EXPECT_EQ(gap.toList(), (QVariantList{QVariant(), 2}));
-    EXPECT_EQ(QtJsonSettings::arrayFromSize({}, "size", QByteArray("1")).toList(),
-              QVariantList{QVariant()});
+    EXPECT_FALSE(QtJsonSettings::arrayFromSize({{"1", 1}, {"2", 2}}, "size", 2).isValid());
+    EXPECT_EQ(QtJsonSettings::arrayFromSize({{"2", 2}}, "size", 2), QVariant(QVariantList{QVariant(), 2}));
+    EXPECT_EQ(QtJsonSettings::arrayFromSize({}, "size", QByteArray("1")), QVariant(QVariantList{QVariant()}));
     EXPECT_FALSE(QtJsonSettings::arrayFromSize({}, "Size", 1).isValid());
     EXPECT_FALSE(QtJsonSettings::arrayFromSize({}, "size", "x").isValid());
     EXPECT_FALSE(QtJsonSettings::arrayFromSize({}, "size", 2000000000).isValid());
-}
 
-TEST(JsonTree, InsertPathBuildsNestedObjects)
-{
     QVariant root;
     root = QtJsonSettings::insertPath(root, "a/b/c", 1);
     root = QtJsonSettings::insertPath(root, "a/m", QVariantMap{{"k", 2}});
     root = QtJsonSettings::insertPath(root, "top", 3);
     const QVariantMap expected{
-        {"a", QVariantMap{{"b", QVariantMap{{"c", 1}}}, {"@Map_m", QVariantMap{{"k", 2}}}}},
-        {"top", 3}};
+        {"a", QVariantMap{{"b", QVariantMap{{"c", 1}}}, {"@Map_m", QVariantMap{{"k", 2}}}}}, {"top", 3}};
     EXPECT_EQ(root.toMap(), expected);
-
     QString path;
     QSettings::SettingsMap flat;
     QtJsonSettings::flatten(path, flat, root);
     EXPECT_TRUE(path.isEmpty());
-    EXPECT_EQ(flat.value("a/b/c"), QVariant(1));
-    EXPECT_EQ(flat.value("a/m"), QVariant(QVariantMap{{"k", 2}}));
-    EXPECT_EQ(flat.size(), 3);
+    EXPECT_EQ(flat, (QSettings::SettingsMap{{"a/b/c", 1}, {"a/m", QVariantMap{{"k", 2}}}, {"top", 3}}));
 }
 
 TEST(JsonRead, HandWrittenShapes)
@@ -274,10 +221,7 @@ TEST(JsonRead, HandWrittenShapes)
         "n": 42, "f": 1.5, "b": true, "z": null, "s": "@@x", "r": "@Rect(1 2 3 4)",
         "list": [1, "a"], "strings": ["@Rect(1 2 3 4)", "x"],
         "rows": [{"a": "1"}, {"a": "2", "sub": {"k": "v"}}],
-        "g": {"h": {"i": "deep"}, "@Map_m": {"k": 1}},
-        "l": "a, b"
-    })J",
-                                                 &ok);
+        "g": {"h": {"i": "deep"}, "@Map_m": {"k": 1}}, "l": "a, b"})J", &ok);
     ASSERT_TRUE(ok);
     EXPECT_EQ(map.value("n").toInt(), 42);
     EXPECT_NE(map.value("n").userType(), QMetaType::QString);
@@ -295,6 +239,19 @@ TEST(JsonRead, HandWrittenShapes)
     EXPECT_EQ(map.value("g/h/i"), QVariant(QStringLiteral("deep")));
     EXPECT_EQ(map.value("g/m"), QVariant(QVariantMap{{"k", 1.0}}));
     EXPECT_EQ(map.value("l"), QVariant(QStringList{"a", "b"}));
+
+    // A document that is no object gives no keys but is no error.
+    EXPECT_TRUE(readBytes("[1, 2]", &ok).isEmpty());
+    EXPECT_TRUE(ok);
+    const int depth = 500;
+    QByteArray deep;
+    for (int i = 0; i < depth; ++i)
+        deep += "{\"k\":";
+    const QSettings::SettingsMap deepMap = readBytes(deep + "\"leaf\"" + QByteArray(depth, '}'), &ok);
+    ASSERT_TRUE(ok);
+    ASSERT_EQ(deepMap.size(), 1);
+    EXPECT_EQ(deepMap.first(), QVariant(QStringLiteral("leaf")));
+    EXPECT_EQ(deepMap.firstKey().count(QLatin1Char('/')), depth - 1);
 }
 
 TEST(JsonRead, BrokenInputIsLoggedAndGivesNothing)
@@ -302,9 +259,8 @@ TEST(JsonRead, BrokenInputIsLoggedAndGivesNothing)
     for (const QByteArray &bytes : {QByteArray(), QByteArray("{\"a\": "), QByteArray("\xEF\xBB\xBF")}) {
         GuiLogCapture log;
         bool ok = true;
-        const QSettings::SettingsMap map = readBytes(bytes, &ok);
+        EXPECT_TRUE(readBytes(bytes, &ok).isEmpty());
         EXPECT_FALSE(ok);
-        EXPECT_TRUE(map.isEmpty());
         ASSERT_EQ(log.messages().size(), 1);
         EXPECT_TRUE(log.messages().first().startsWith(
             QStringLiteral("Ошибка при чтении настроек JSON:\n QBuffer \n ")))
@@ -312,31 +268,10 @@ TEST(JsonRead, BrokenInputIsLoggedAndGivesNothing)
     }
 }
 
-TEST(JsonRead, NonObjectDocumentAndDeepNestingDoNotFail)
-{
-    bool ok = false;
-    EXPECT_TRUE(readBytes("[1, 2]", &ok).isEmpty());
-    EXPECT_TRUE(ok);
-
-    const int depth = 500;
-    QByteArray deep;
-    for (int i = 0; i < depth; ++i)
-        deep += "{\"k\":";
-    deep += "\"leaf\"" + QByteArray(depth, '}');
-    const QSettings::SettingsMap map = readBytes(deep, &ok);
-    ASSERT_TRUE(ok);
-    ASSERT_EQ(map.size(), 1);
-    EXPECT_EQ(map.first(), QVariant(QStringLiteral("leaf")));
-    EXPECT_EQ(map.firstKey().count(QLatin1Char('/')), depth - 1);
-}
-
 TEST(JsonWrite, PassThroughAndEncodedValues)
 {
-    const QSettings::SettingsMap map{{"", 1},
-                                     {"list", QStringList{"@x", "y"}},
-                                     {"null", QString()},
-                                     {"i", 7},
-                                     {"s", QStringLiteral("a, b")}};
+    const QSettings::SettingsMap map{
+        {"", 1}, {"list", QStringList{"@x", "y"}}, {"null", QString()}, {"i", 7}, {"s", QStringLiteral("a, b")}};
     const QJsonObject o = QJsonDocument::fromJson(writeMap(map)).object();
     EXPECT_EQ(o.size(), 4); // the empty key is skipped
     EXPECT_EQ(o.value("list").toArray(), QJsonArray({"@x", "y"}));
@@ -347,32 +282,26 @@ TEST(JsonWrite, PassThroughAndEncodedValues)
 
 using JsonFileTest = SettingsTestBase;
 
+// The text forms are checked above; this is the whole path through QSettings
+// for values whose size or bytes are out of the ordinary.
 TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
 {
     const QString path = homePath() + "/kinds.json";
     QByteArray binary;
     for (int i = 0; i < 256; ++i)
         binary += char(i);
-    const QString big = QString(200000, QLatin1Char('x')) + QStringLiteral("Ж, \"end\"");
-    const QVariantMap nested{{"k", QStringLiteral("v")}, {"n", QVariantMap{{"x", QStringLiteral("y")}}}};
     const QList<QPair<QString, QVariant>> values{
-        {"g/text", QStringLiteral("hello")},
         {"g/at", QStringLiteral("@foo")},
-        {"g/atRect", QStringLiteral("@Rect(1 2 3 4)")},
-        {"g/comma", QStringLiteral("a, b")},
         {"g/spaces", QStringLiteral("  both  ")},
         {"g/empty", QString(QLatin1String(""))},
         {"g/binary", binary},
-        {"g/rect", QRect(1, 2, 3, 4)},
         {"g/wideRect", QRect(QPoint(-2147483647, -5), QPoint(2147483647, 5))},
         {"g/mark", QStringLiteral("\uFEFF\uFEFFmarked")},
-        {"g/size", QSize(10, 20)},
-        {"g/point", QPoint(3, -4)},
         {"g/date", QDate(2023, 12, 31)},
         {"g/invalid", QVariant()},
-        {"g/map", nested},
+        {"g/map", QVariantMap{{"k", QStringLiteral("v")}, {"n", QVariantMap{{"x", QStringLiteral("y")}}}}},
         {"g/sub/deeper/leaf", QStringLiteral("Ёлка 🎄")},
-        {"big", big},
+        {"big", QString(200000, QLatin1Char('x')) + QStringLiteral("Ж, \"end\"")},
     };
     {
         QSettings s(path, QtJsonSettings::jsonFormat());
@@ -385,13 +314,9 @@ TEST_F(JsonFileTest, EveryValueKindSurvivesTheFile)
         s.sync();
         EXPECT_EQ(s.status(), QSettings::NoError);
     }
-
     const QJsonObject root = readJson(path);
     const QJsonObject g = root.value("g").toObject();
     EXPECT_EQ(g.value("at"), QJsonValue("@@foo"));
-    EXPECT_EQ(g.value("atRect"), QJsonValue("@@Rect(1 2 3 4)"));
-    EXPECT_EQ(g.value("comma"), QJsonValue("\"a, b\""));
-    EXPECT_EQ(g.value("rect"), QJsonValue("@Rect(1 2 3 4)"));
     EXPECT_TRUE(g.value("@Map_map").isObject());
     EXPECT_FALSE(g.contains("map"));
     EXPECT_EQ(g.value("sub").toObject().value("deeper").toObject().value("leaf"),
@@ -433,20 +358,5 @@ TEST_F(JsonFileTest, WrittenArraysStayObjectsWithSize)
         ASSERT_EQ(s.beginReadArray("rows"), 2) << qPrintable(p);
         s.setArrayIndex(1);
         EXPECT_EQ(s.value("name"), QVariant(QStringLiteral("r1")));
-        s.endArray();
     }
-}
-
-TEST_F(JsonFileTest, BrokenFileIsReportedWithItsNameAndSettingsStayUsable)
-{
-    const QString path = homePath() + "/broken.json";
-    writeFile(path, "{ \"a\": 1,, }");
-    GuiLogCapture log;
-    QSettings s(path, QtJsonSettings::jsonFormat());
-    EXPECT_EQ(s.status(), QSettings::FormatError);
-    EXPECT_TRUE(s.allKeys().isEmpty());
-    ASSERT_FALSE(log.messages().isEmpty());
-    EXPECT_TRUE(log.messages().first().contains(path));
-    EXPECT_TRUE(log.messages().first().contains(QStringLiteral(" в строке 10")))
-        << qPrintable(log.messages().first());
 }

@@ -5,7 +5,7 @@
 
 using SettingsTest = SettingsTestBase;
 
-TEST_F(SettingsTest, PortableLocationsLieBelowTheApplicationDirectory)
+TEST_F(SettingsTest, PortableAndInstalledLocations)
 {
     const QString app = appDir();
     EXPECT_TRUE(Settings::isPortable());
@@ -17,18 +17,16 @@ TEST_F(SettingsTest, PortableLocationsLieBelowTheApplicationDirectory)
     // User directories are made on first use, delivered ones never.
     EXPECT_TRUE(QFileInfo(app + "/user/settings").isDir());
     EXPECT_FALSE(QFileInfo::exists(app + "/user_defaults"));
-}
 
-TEST_F(SettingsTest, InstalledLocationsLieBelowTheDataLocation)
-{
-    setInstalled(true);
+    cleanAppDir();
+    writeFile(app + "/.installed", QByteArray());
     EXPECT_FALSE(Settings::isPortable());
     const QString data = QStandardPaths::writableLocation(QStandardPaths::DataLocation);
     ASSERT_TRUE(data.startsWith(homePath())) << qPrintable(data);
     EXPECT_EQ(AppSettings::customPath().filePath(), data + "/settings/settings.json");
     EXPECT_EQ(WorkplaceSettings::customDir().absolutePath(), data + "/workplaces");
-    EXPECT_EQ(AppSettings::appPath().filePath(), appDir() + "/user_defaults/settings.json");
-    EXPECT_FALSE(QFileInfo::exists(appDir() + "/user"));
+    EXPECT_EQ(AppSettings::appPath().filePath(), app + "/user_defaults/settings.json");
+    EXPECT_FALSE(QFileInfo::exists(app + "/user"));
 }
 
 TEST_F(SettingsTest, ReadOnlyPicksTheUsersFileGroupByGroup)
@@ -38,62 +36,61 @@ TEST_F(SettingsTest, ReadOnlyPicksTheUsersFileGroupByGroup)
     EXPECT_EQ(missing.getQSettings()->fileName(), DefaultSettings::customPath().filePath());
     EXPECT_TRUE(missing.allKeys().isEmpty());
 
-    writeFile(AppSettings::appPath().filePath(), R"({"A": {"k": "app A"}, "B": {"k": "app B"}})");
-    writeFile(AppSettings::customPath().filePath(), R"({"A": {"k": "user A"}})");
-    const QByteArray delivered = readFile(AppSettings::appPath().filePath());
-
+    const QString appFile = AppSettings::appPath().filePath(), userFile = AppSettings::customPath().filePath();
+    writeFile(appFile, R"({"A": {"k": "app A"}, "B": {"k": "app B"}})");
+    writeFile(userFile, R"({"A": {"k": "user A"}})");
+    const QByteArray delivered = readFile(appFile);
     AppSettings a = AppSettings::createReadOnly("A");
-    EXPECT_EQ(a.getQSettings()->fileName(), AppSettings::customPath().filePath());
+    EXPECT_EQ(a.getQSettings()->fileName(), userFile);
     EXPECT_EQ(a.value("k"), QVariant(QStringLiteral("user A")));
-
     AppSettings b = AppSettings::createReadOnly("B");
-    EXPECT_EQ(b.getQSettings()->fileName(), AppSettings::appPath().filePath());
+    EXPECT_EQ(b.getQSettings()->fileName(), appFile);
     EXPECT_EQ(b.group(), QStringLiteral("B"));
     EXPECT_EQ(b.value("k"), QVariant(QStringLiteral("app B")));
-
     EXPECT_EQ(AppSettings::createDefault("A").value("k"), QVariant(QStringLiteral("app A")));
 
     // Writing goes to the user's file and leaves the delivered one alone.
     {
         AppSettings w = AppSettings::createReadWrite("B");
-        EXPECT_EQ(w.getQSettings()->fileName(), AppSettings::customPath().filePath());
+        EXPECT_EQ(w.getQSettings()->fileName(), userFile);
         w.setValue("k", QStringLiteral("user B"));
     }
-    EXPECT_EQ(readFile(AppSettings::appPath().filePath()), delivered);
+    EXPECT_EQ(readFile(appFile), delivered);
     EXPECT_EQ(AppSettings::createReadOnly("B").value("k"), QVariant(QStringLiteral("user B")));
 }
 
 TEST_F(SettingsTest, StatusAndMessagesOfBrokenFiles)
 {
     const QString broken = homePath() + "/broken.json";
-    writeFile(broken, "{\"a\": ");
+    const QByteArray text("{ \"a\": 1,, }");
+    writeFile(broken, text);
     {
         GuiLogCapture log;
         Settings s(QFileInfo(broken), "g");
         EXPECT_EQ(s.status(), QSettings::FormatError);
         EXPECT_EQ(s.group(), QStringLiteral("g"));
-        EXPECT_TRUE(log.messages().contains(QStringLiteral("Файл конфигурации не может быть загружен.\n"
-                                                           "Формат файла не соответствует заданному.\n")
-                                            + broken))
-            << qPrintable(log.messages().join("|"));
+        EXPECT_TRUE(s.allKeys().isEmpty());
+        // The parser's report names the file and the offset; then the three lines.
+        ASSERT_EQ(log.messages().size(), 2) << qPrintable(log.messages().join("|"));
+        EXPECT_TRUE(log.messages().at(0).startsWith("Ошибка при чтении настроек JSON:\n " + broken + " \n "));
+        EXPECT_TRUE(log.messages().at(0).endsWith(QStringLiteral(" в строке 10"))) << qPrintable(log.messages().at(0));
+        EXPECT_EQ(log.messages().at(1),
+            "Файл конфигурации не может быть загружен.\nФормат файла не соответствует заданному.\n" + broken);
         // Usable, and the unreadable file is not written over.
         s.setValue("k", 1);
         EXPECT_EQ(s.value("k"), QVariant(1));
         s.sync();
     }
-    EXPECT_EQ(readFile(broken), QByteArray("{\"a\": "));
+    EXPECT_EQ(readFile(broken), text);
 
-    // Valid JSON that gives no keys counts as a format error too; an empty
-    // file and a missing one do not.
-    const QString array = homePath() + "/array.json";
-    writeFile(array, "[1, 2]");
-    EXPECT_EQ(Settings(QFileInfo(array), QString()).status(), QSettings::FormatError);
-    const QString empty = homePath() + "/empty.json";
-    writeFile(empty, "");
+    // JSON that gives no keys is a format error too; an empty or missing
+    // file is not, and is not reported.
+    writeFile(homePath() + "/array.json", "[1, 2]");
+    EXPECT_EQ(Settings(QFileInfo(homePath() + "/array.json"), QString()).status(), QSettings::FormatError);
+    writeFile(homePath() + "/empty.json", "");
     GuiLogCapture log;
-    EXPECT_EQ(Settings(QFileInfo(empty), QString()).status(), QSettings::NoError);
-    EXPECT_EQ(Settings(QFileInfo(homePath() + "/none.json"), QString()).status(),
-              QSettings::NoError);
+    for (const char *name : {"/empty.json", "/none.json"})
+        EXPECT_EQ(Settings(QFileInfo(homePath() + name), QString()).status(), QSettings::NoError) << name;
     EXPECT_TRUE(log.messages().isEmpty());
 }
 
@@ -108,17 +105,13 @@ TEST_F(SettingsTest, CopiesShareOneQSettingsAndOnlyOwnedOnesAreDeleted)
         EXPECT_EQ(a.value("x"), QVariant(5));
         EXPECT_EQ(a.getQSettings(), b.getQSettings());
         EXPECT_EQ(a.format(), int(QtJsonSettings::jsonFormat()));
-        const Settings &c = a;
         EXPECT_TRUE(a.isWritable());
-        EXPECT_FALSE(c.isWritable());
+        EXPECT_FALSE(static_cast<const Settings &>(a).isWritable());
     }
     EXPECT_TRUE(owned.isNull());
 
     QSettings external(homePath() + "/external.json", QtJsonSettings::jsonFormat());
-    {
-        Settings wrapped(&external);
-        wrapped.setValue("y", 1);
-    }
+    Settings(&external).setValue("y", 1);
     EXPECT_EQ(external.value("y"), QVariant(1));
 }
 
@@ -144,21 +137,16 @@ TEST_F(SettingsTest, ForwardersReachTheWrappedObject)
     EXPECT_EQ(s.allKeys(), (QStringList{"g/sub/b", "rows/2/v", "rows/size"}));
 }
 
-TEST_F(SettingsTest, IsResetFollowsTheUsersSettingsDirectory)
+TEST_F(SettingsTest, IsResetAndDefaultClear)
 {
     EXPECT_TRUE(AppSettings::isReset());
     AppSettings::createReadWrite("g").setValue("k", 1);
     EXPECT_FALSE(AppSettings::isReset());
     ASSERT_TRUE(QDir(appDir() + "/user/settings").removeRecursively());
     EXPECT_TRUE(AppSettings::isReset());
-}
 
-TEST_F(SettingsTest, DefaultClearEmptiesOnlyItsGroup)
-{
-    {
-        DefaultSettings other("other");
-        other.setValue("keep", 1);
-    }
+    // clear() empties only the group it stands in.
+    DefaultSettings("other").setValue("keep", 1);
     DefaultSettings d = DefaultSettings::createReadWrite("mine");
     d.setValue("a", 1);
     d.setValue("sub/b", 2);

@@ -1,7 +1,6 @@
 #ifndef TABLEDB_TESTS_SETTINGS_SETTINGSTESTENV_H
 #define TABLEDB_TESTS_SETTINGS_SETTINGSTESTENV_H
 
-#include <QByteArray>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -13,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
-// Every settings test runs with HOME in a fresh temporary directory and Qt's
-// test mode on, so the data location is never the real one; the ".installed"
-// marker and the "user" directory beside the test binary are removed after
+// HOME is a fresh temporary directory and Qt's test mode is on, so the data
+// location is never the real one; what the tests make beside the test
+// program (".installed", "user", "user_defaults", "user_distrib") goes after
 // each test.
 class SettingsTestBase : public ::testing::Test
 {
@@ -28,7 +27,6 @@ protected:
         QStandardPaths::setTestModeEnabled(true);
         cleanAppDir();
     }
-
     void TearDown() override
     {
         cleanAppDir();
@@ -36,16 +34,7 @@ protected:
     }
 
     static QString appDir() { return QCoreApplication::applicationDirPath(); }
-
-    static void setInstalled(bool installed)
-    {
-        QFile marker(appDir() + QStringLiteral("/.installed"));
-        if (installed) {
-            ASSERT_TRUE(marker.open(QIODevice::WriteOnly));
-        } else {
-            marker.remove();
-        }
-    }
+    QString homePath() const { return m_home.path(); }
 
     static void writeFile(const QString &path, const QByteArray &content)
     {
@@ -54,13 +43,11 @@ protected:
         ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         ASSERT_EQ(file.write(content), content.size());
     }
-
     static QByteArray readFile(const QString &path)
     {
         QFile file(path);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
-
     static QJsonObject readJson(const QString &path)
     {
         QJsonParseError error;
@@ -68,8 +55,6 @@ protected:
         EXPECT_EQ(error.error, QJsonParseError::NoError) << qPrintable(path);
         return doc.object();
     }
-
-    QString homePath() const { return m_home.path(); }
 
     // QSettings keeps a file's keys cached after writing it; a copy under a
     // new name makes the next QSettings really parse what is on disk.
@@ -80,8 +65,6 @@ protected:
         return copy;
     }
 
-    // Only directories this fixture made in the application directory go:
-    // "user_defaults" and "user_distrib" are made by tests that need them.
     static void cleanAppDir()
     {
         QFile::remove(appDir() + QStringLiteral("/.installed"));

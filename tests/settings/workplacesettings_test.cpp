@@ -7,32 +7,23 @@ protected:
     void SetUp() override
     {
         SettingsTestBase::SetUp();
-        // The loaded workplace is process-wide; start every test with none.
-        WorkplaceSettings reset{QString()};
+        WorkplaceSettings reset{QString()}; // the loaded workplace is process-wide
     }
-
-    void writeWorkplace(const QString &name, const QByteArray &json)
+    static QString fileOf(const QString &name)
     {
-        writeFile(WorkplaceSettings::fileInfoByName(name, true).filePath(), json);
+        return WorkplaceSettings::fileInfoByName(name, true).filePath();
+    }
+    static QVariant valueIn(const QString &name, const QString &key)
+    {
+        return WorkplaceSettings(name).value(key);
     }
 };
 
-TEST_F(WorkplaceSettingsTest, EmptyNameGivesAnEmptyWorkplace)
+TEST_F(WorkplaceSettingsTest, EditsStayInMemoryUntilAnotherNameOrAnEmptyOneIsLoaded)
 {
-    writeWorkplace("w1", R"({"k": "v"})");
-    {
-        WorkplaceSettings w("w1");
-        EXPECT_EQ(w.value("k"), QVariant(QStringLiteral("v")));
-    }
-    WorkplaceSettings none{QString()};
-    EXPECT_TRUE(none.allKeys().isEmpty());
-    EXPECT_EQ(none.status(), QSettings::NoError);
-}
-
-TEST_F(WorkplaceSettingsTest, EditsGoToTheSharedMapOnDestructionNotToDisk)
-{
-    writeWorkplace("w1", R"({"k": "v", "g": {"x": "1"}})");
-    const QByteArray onDisk = readFile(WorkplaceSettings::fileInfoByName("w1", true).filePath());
+    writeFile(fileOf("w1"), R"({"k": "v", "g": {"x": "1"}})");
+    writeFile(fileOf("w2"), R"({"k": "two"})");
+    const QByteArray onDisk = readFile(fileOf("w1"));
     {
         WorkplaceSettings w("w1");
         w.setValue("k", QStringLiteral("edited"));
@@ -43,27 +34,21 @@ TEST_F(WorkplaceSettingsTest, EditsGoToTheSharedMapOnDestructionNotToDisk)
         EXPECT_EQ(other.value("k"), QVariant(QStringLiteral("v")));
         other.setValue("k", QStringLiteral("other"));
     } // w is destroyed last and wins
-    WorkplaceSettings after("w1");
-    EXPECT_EQ(after.value("k"), QVariant(QStringLiteral("edited")));
-    EXPECT_EQ(after.value("g/y"), QVariant(2));
-    EXPECT_EQ(readFile(WorkplaceSettings::fileInfoByName("w1", true).filePath()), onDisk);
-}
+    EXPECT_EQ(valueIn("w1", "k"), QVariant(QStringLiteral("edited")));
+    EXPECT_EQ(valueIn("w1", "g/y"), QVariant(2));
+    EXPECT_EQ(readFile(fileOf("w1")), onDisk);
 
-TEST_F(WorkplaceSettingsTest, AnotherNameReloadsFromDisk)
-{
-    writeWorkplace("w1", R"({"k": "one"})");
-    writeWorkplace("w2", R"({"k": "two"})");
-    {
-        WorkplaceSettings w("w1");
-        w.setValue("k", QStringLiteral("unsaved"));
-    }
-    EXPECT_EQ(WorkplaceSettings("w2").value("k"), QVariant(QStringLiteral("two")));
-    EXPECT_EQ(WorkplaceSettings("w1").value("k"), QVariant(QStringLiteral("one")));
+    // Another name drops the edits and reads from disk.
+    EXPECT_EQ(valueIn("w2", "k"), QVariant(QStringLiteral("two")));
+    EXPECT_EQ(valueIn("w1", "k"), QVariant(QStringLiteral("v")));
+    WorkplaceSettings none{QString()};
+    EXPECT_TRUE(none.allKeys().isEmpty());
+    EXPECT_EQ(none.status(), QSettings::NoError);
 }
 
 TEST_F(WorkplaceSettingsTest, CopiesAreIndependentWorkingCopies)
 {
-    writeWorkplace("w1", R"({"k": "v"})");
+    writeFile(fileOf("w1"), R"({"k": "v"})");
     auto *original = new WorkplaceSettings("w1");
     WorkplaceSettings copy(*original);
     EXPECT_EQ(copy.value("k"), QVariant(QStringLiteral("v")));
@@ -75,24 +60,21 @@ TEST_F(WorkplaceSettingsTest, CopiesAreIndependentWorkingCopies)
     assigned = copy;
     EXPECT_EQ(assigned.value("k"), QVariant(QStringLiteral("copy")));
     delete original; // the copies keep working after their source is gone
-    EXPECT_EQ(copy.value("k"), QVariant(QStringLiteral("copy")));
     assigned.setValue("k", QStringLiteral("assigned"));
     EXPECT_EQ(copy.value("k"), QVariant(QStringLiteral("copy")));
 }
 
 TEST_F(WorkplaceSettingsTest, ListingAndFileNames)
 {
-    writeWorkplace("b", "{}");
-    writeWorkplace("a", "{}");
+    writeFile(fileOf("b"), "{}");
+    writeFile(fileOf("a"), "{}");
     writeFile(WorkplaceSettings::customDir().filePath("notes.txt"), "x");
     const auto list = WorkplaceSettings::workplaces(true);
     ASSERT_EQ(list.size(), 2);
     EXPECT_EQ(list[0].first, QStringLiteral("a"));
     EXPECT_EQ(list[1].first, QStringLiteral("b"));
-    EXPECT_EQ(list[1].second.absoluteFilePath(),
-              WorkplaceSettings::fileInfoByName("b", true).absoluteFilePath());
-    EXPECT_EQ(WorkplaceSettings::fileInfoByName("x", true).filePath(),
-              WorkplaceSettings::customDir().absolutePath() + QDir::separator() + "x.json");
+    EXPECT_EQ(list[1].second.absoluteFilePath(), QFileInfo(fileOf("b")).absoluteFilePath());
+    EXPECT_EQ(fileOf("x"), WorkplaceSettings::customDir().absolutePath() + QDir::separator() + "x.json");
     EXPECT_EQ(WorkplaceSettings::workplace("x", false).second.filePath(),
               appDir() + "/user_distrib/workplaces/x.json");
     EXPECT_EQ(WorkplaceSettings::fallbackName(), QStringLiteral("default"));
@@ -102,7 +84,6 @@ TEST_F(WorkplaceSettingsTest, ListingAndFileNames)
     EXPECT_TRUE(WorkplaceSettings::workplaces(false).isEmpty());
     QFile::remove(appDir() + "/stray.json");
     EXPECT_FALSE(QFileInfo::exists(appDir() + "/user_distrib"));
-
     writeFile(appDir() + "/user_distrib/workplaces/shipped.json", "{}");
     const auto shipped = WorkplaceSettings::workplaces(false);
     ASSERT_EQ(shipped.size(), 1);
@@ -115,13 +96,12 @@ TEST_F(WorkplaceSettingsTest, RenameCreatesMissingFilesAndRefusesToOverwrite)
     ASSERT_FALSE(wp.second.exists());
     ASSERT_TRUE(WorkplaceSettings::rename(wp, "renamed"));
     EXPECT_EQ(wp.first, QStringLiteral("renamed"));
-    EXPECT_EQ(wp.second.filePath(), WorkplaceSettings::fileInfoByName("renamed", true).filePath());
+    EXPECT_EQ(wp.second.filePath(), fileOf("renamed"));
     EXPECT_TRUE(wp.second.exists());
-    EXPECT_FALSE(WorkplaceSettings::fileInfoByName("new", true).exists());
+    EXPECT_FALSE(QFileInfo::exists(fileOf("new")));
 
-    writeWorkplace("taken", R"({"keep": "me"})");
+    writeFile(fileOf("taken"), R"({"keep": "me"})");
     EXPECT_FALSE(WorkplaceSettings::rename(wp, "taken"));
     EXPECT_EQ(wp.first, QStringLiteral("renamed"));
-    EXPECT_EQ(readFile(WorkplaceSettings::fileInfoByName("taken", true).filePath()),
-              QByteArray(R"({"keep": "me"})"));
+    EXPECT_EQ(readFile(fileOf("taken")), QByteArray(R"({"keep": "me"})"));
 }

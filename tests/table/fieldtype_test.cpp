@@ -2,16 +2,33 @@
 #include "table/columndef.h"
 #include "table/fieldtype.h"
 
-#include <QBuffer>
 #include <QDataStream>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 
-TEST(FieldType, LengthsNamesAndErrors)
+namespace {
+
+QString thrownText(const std::function<void()> &action)
 {
-    struct Row {
+    try {
+        action();
+    } catch (const QString &e) {
+        return e;
+    } catch (const char *e) {
+        return QString::fromLatin1(e);
+    }
+    return QStringLiteral("<no throw>");
+}
+
+} // namespace
+
+TEST(FieldType, LengthsNamesAndOrder)
+{
+    struct Row
+    {
         FieldType::Type type;
         int length;
         uint64 width;
@@ -36,77 +53,60 @@ TEST(FieldType, LengthsNamesAndErrors)
         EXPECT_EQ(FieldType::typeHasLength(row.type), row.hasLength);
     }
     EXPECT_EQ(FieldType::typeNameWithLength(FieldType::VarChar, 12), QStringLiteral("VarChar[12]"));
-    EXPECT_EQ(FieldType::typeNameWithLength(FieldType::Decimal, 2), QStringLiteral("Decimal[2]"));
     EXPECT_EQ(FieldType::typeNameWithLength(FieldType::Integer, 7), QStringLiteral("Integer"));
     EXPECT_STREQ(FieldType::typeName(FieldType::Type(42)), "Undefined");
+    EXPECT_EQ(thrownText([] { FieldType::typeLength(FieldType::VarChar, 0); }),
+              QStringLiteral("Length of string can't be zero"));
+    for (int bad : { 0, 10, -1 })
+        EXPECT_EQ(thrownText([bad] { FieldType::typeLength(FieldType::Type(bad), 1); }),
+                  QStringLiteral("Type is undefined."))
+            << bad;
 
-    try {
-        FieldType::typeLength(FieldType::VarChar, 0);
-        FAIL() << "no throw";
-    } catch (const QString &e) {
-        EXPECT_EQ(e, QStringLiteral("Length of string can't be zero"));
-    }
-    for (int bad : { 0, 10, -1 }) {
-        try {
-            FieldType::typeLength(FieldType::Type(bad), 1);
-            FAIL() << "no throw for " << bad;
-        } catch (const QString &e) {
-            EXPECT_EQ(e, QStringLiteral("Type is undefined."));
-        }
-    }
-}
-
-TEST(FieldType, TypeLessThan)
-{
-    EXPECT_TRUE(FieldType::typeLessThan(FieldType::Integer, 0, FieldType::Integer64, 0));
-    EXPECT_FALSE(FieldType::typeLessThan(FieldType::Integer64, 0, FieldType::Integer, 0));
-    EXPECT_TRUE(FieldType::typeLessThan(FieldType::VarChar, 5, FieldType::VarChar, 5));
-    EXPECT_TRUE(FieldType::typeLessThan(FieldType::VarChar, 4, FieldType::VarChar, 5));
-    EXPECT_FALSE(FieldType::typeLessThan(FieldType::VarChar, 6, FieldType::VarChar, 5));
-    EXPECT_FALSE(FieldType::typeLessThan(FieldType::Decimal, 2, FieldType::Decimal, 3));
-    EXPECT_TRUE(FieldType::typeLessThan(FieldType::Decimal, 3, FieldType::Decimal, 3));
-    EXPECT_FALSE(FieldType::typeLessThan(FieldType::Double, 0, FieldType::Decimal, 0));
+    // By type; within a type with a length, "less" means the length fits (<=).
+    struct Less
+    {
+        FieldType::Type a;
+        int lengthA;
+        FieldType::Type b;
+        int lengthB;
+        bool less;
+    };
+    const Less pairs[] = {
+        { FieldType::Integer, 0, FieldType::Integer64, 0, true },
+        { FieldType::Integer64, 0, FieldType::Integer, 0, false },
+        { FieldType::Double, 0, FieldType::Decimal, 0, false },
+        { FieldType::VarChar, 5, FieldType::VarChar, 5, true },
+        { FieldType::VarChar, 4, FieldType::VarChar, 5, true },
+        { FieldType::VarChar, 6, FieldType::VarChar, 5, false },
+        { FieldType::Decimal, 2, FieldType::Decimal, 3, false },
+        { FieldType::Decimal, 3, FieldType::Decimal, 3, true },
+    };
+    for (const Less &p : pairs)
+        EXPECT_EQ(FieldType::typeLessThan(p.a, p.lengthA, p.b, p.lengthB), p.less)
+            << p.a << "/" << p.lengthA << " < " << p.b << "/" << p.lengthB;
 }
 
 TEST(FieldType, VarCharCells)
 {
-    unsigned char cell[6];
-    std::memset(cell, 0xEE, sizeof cell);
+    // 10 bytes for a 3-unit cell: a longer text must be cut, not written past it.
+    unsigned char cell[10];
+    std::memset(cell, 0x41, sizeof cell);
+    FieldType::stringToVarChar(cell, 3, QStringLiteral("abcdef"));
+    EXPECT_EQ(cell[6], 0x41);
+    EXPECT_EQ(FieldType::varCharToString(cell, 3), QStringLiteral("abc")) << "full: no terminator";
     FieldType::stringToVarChar(cell, 3, QStringLiteral("ab"));
-    const ushort *units = reinterpret_cast<const ushort *>(cell);
-    EXPECT_EQ(units[0], 'a');
-    EXPECT_EQ(units[2], 0) << "unused units are zero-filled";
+    EXPECT_EQ(reinterpret_cast<const ushort *>(cell)[2], 0) << "unused units are zero-filled";
     EXPECT_EQ(FieldType::varCharToString(cell, 3), QStringLiteral("ab"));
-
-    // Full: no terminator, reading stops at the length.
-    unsigned char guarded[10];
-    std::memset(guarded, 0x41, sizeof guarded);
-    FieldType::stringToVarChar(guarded, 3, QStringLiteral("abcdef"));
-    EXPECT_EQ(guarded[6], 0x41) << "a longer text is cut, not written past the cell";
-    EXPECT_EQ(FieldType::varCharToString(guarded, 3), QStringLiteral("abc"));
-
     const QString source = QStringLiteral("xyz");
     FieldType::stringToVarChar(cell, 3, source.midRef(1));
     EXPECT_EQ(FieldType::varCharToString(cell, 3), QStringLiteral("yz"));
+    // The static view reads the cell in place.
+    const StaticString view = FieldType::varCharToStaticString(cell, 3);
+    FieldType::stringToVarChar(cell, 3, QStringLiteral("ab"));
+    EXPECT_EQ(view.string(), QStringLiteral("ab"));
 }
 
-TEST(FieldType, StaticStringReadsTheCellInPlace)
-{
-    unsigned char cell[8];
-    FieldType::stringToVarChar(cell, 4, QStringLiteral("abc"));
-    const StaticString s = FieldType::varCharToStaticString(cell, 4);
-    EXPECT_EQ(s.string(), QStringLiteral("abc"));
-    EXPECT_EQ(reinterpret_cast<const unsigned char *>(s.string().constData()), cell)
-        << "no copy: the string's data is the cell";
-    FieldType::stringToVarChar(cell, 4, QStringLiteral("xbc"));
-    EXPECT_EQ(s.string(), QStringLiteral("xbc"));
-    EXPECT_LT(QString::compare(s, QStringLiteral("y")), 0);
-
-    const StaticString empty;
-    EXPECT_TRUE(empty.string().isEmpty());
-}
-
-TEST(TableColumnDef, StreamRoundTripAndStringWidth)
+TEST(TableColumnDef, StreamFormatAndNullBitPlace)
 {
     TableColumnDef def(nullptr);
     def.name = QStringLiteral("price");
@@ -118,92 +118,68 @@ TEST(TableColumnDef, StreamRoundTripAndStringWidth)
     def.nullable = false;
     def.flag = false;
     def.offset = 40;
+    QByteArray bytes, expected, manual;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out << def;
+    // Three strings, length, type in 8 bits, width, two bools; the place in the row is not stored.
+    QDataStream items(&expected, QIODevice::WriteOnly);
+    items << def.name << def.title << def.description << qint32(4) << qint8(FieldType::Decimal)
+          << qint32(8) << false << false;
+    EXPECT_EQ(bytes, expected);
 
-    QByteArray bytes;
-    {
-        QDataStream out(&bytes, QIODevice::WriteOnly);
-        out << def;
-    }
-    TableColumnDef back(nullptr);
-    {
-        QDataStream in(bytes);
-        in >> back;
-        EXPECT_EQ(in.status(), QDataStream::Ok);
-        EXPECT_TRUE(in.atEnd());
-    }
-    EXPECT_EQ(back.name, def.name);
-    EXPECT_EQ(back.title, def.title);
-    EXPECT_EQ(back.description, def.description);
-    EXPECT_EQ(back.type, FieldType::Decimal);
-    EXPECT_EQ(back.length, 4);
-    EXPECT_EQ(back.len, 8u);
-    EXPECT_FALSE(back.nullable);
-    EXPECT_FALSE(back.flag);
-    EXPECT_EQ(back.offset, 0u) << "the place in the row is not stored";
-
-    // Item order on the stream: three strings, length, type (8 bits), len, two bools.
-    QByteArray manual;
-    {
-        QDataStream out(&manual, QIODevice::WriteOnly);
-        out << QStringLiteral("s") << QString() << QString() << qint32(0)
-            << qint8(FieldType::String) << qint32(24) << true << true;
-    }
+    // A String cell is always 8 bytes wide, whatever the stream claims.
+    QDataStream old(&manual, QIODevice::WriteOnly);
+    old << QStringLiteral("s") << QString() << QString() << qint32(0) << qint8(FieldType::String)
+        << qint32(24) << true << true;
     TableColumnDef str(nullptr);
     QDataStream in(manual);
     in >> str;
+    EXPECT_EQ(in.status(), QDataStream::Ok);
+    EXPECT_TRUE(in.atEnd());
     EXPECT_EQ(str.type, FieldType::String);
-    EXPECT_EQ(str.len, 8u) << "a String cell is always 8 bytes wide";
-}
+    EXPECT_EQ(str.len, 8u);
+    EXPECT_TRUE(str.nullable);
 
-TEST(TableColumnDef, UpdatePlacesTheNullBit)
-{
-    TableColumnDef def(nullptr);
     def.update(48, 11);
     EXPECT_EQ(def.nullIndex, 11);
     EXPECT_EQ(def.nullOffset, 49u);
     EXPECT_EQ(def.nullMask, 1 << 3);
-
-    TableColumnDef copy(nullptr, def);
-    EXPECT_EQ(copy.nullOffset, 0u) << "the copy constructor with a table drops the place";
-    def.len = 13;
-    EXPECT_EQ(def.lenAligned(), 16u);
+    EXPECT_EQ(TableColumnDef(nullptr, def).nullOffset, 0u) << "a copy for a table drops the place";
 }
 
-TEST(BoardList, TextForm)
+TEST(BoardList, TextFormAndCapacity)
 {
-    boardlist list = boardlist::fromText(QStringLiteral("1:2,3 4:5"));
-    ASSERT_EQ(list.count, 3);
+    struct Row
+    {
+        const char *text;
+        int count;
+        const char *shown;
+    };
+    const Row rows[] = {
+        { "1:2,3 4:5", 3, "1:2,3 4:5" },
+        // A bad or empty item drops everything read so far; reading goes on.
+        { "1:2,3 4:x", 0, "" },
+        { "1:2, 4:5", 1, "4:5" },
+        { "1:2:3  x:4 5:6", 1, "5:6" }, // malformed groups are skipped
+        { "9:10,9 10:1", 3, "10:1 9:10,9" }, // groups and numbers sort as text
+        { "", 0, "" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        const boardlist list = boardlist::fromText(QString::fromUtf8(row.text));
+        EXPECT_EQ(list.count, row.count);
+        EXPECT_EQ(list.toString(), QString::fromUtf8(row.shown));
+    }
+    const boardlist list = boardlist::fromText(QStringLiteral("1:2,3 4:5"));
     EXPECT_EQ(list.items[0].first, 1);
     EXPECT_EQ(list.items[1].second, 3);
     EXPECT_EQ(list.items[2].first, 4);
-    EXPECT_EQ(list.toString(), QStringLiteral("1:2,3 4:5"));
 
-    // A bad number drops everything read so far.
-    EXPECT_EQ(boardlist::fromText(QStringLiteral("1:2,3 4:x")).count, 0);
-    EXPECT_EQ(boardlist::fromText(QStringLiteral("1:2, 4:5")).count, 1) << "empty item fails";
-    // Malformed groups are skipped, not fatal.
-    EXPECT_EQ(boardlist::fromText(QStringLiteral("1:2:3  x:4 5:6")).count, 1);
-
-    // Groups and numbers sort as text: "10" before "9".
-    boardlist sorted = boardlist::fromText(QStringLiteral("9:10,9 10:1"));
-    EXPECT_EQ(sorted.toString(), QStringLiteral("10:1 9:10,9"));
-    boardlist empty {};
-    EXPECT_EQ(empty.toString(), QString());
-}
-
-TEST(BoardList, FullListThrows)
-{
     QStringList numbers;
     for (int i = 0; i < 49; ++i)
         numbers << QString::number(i);
-    boardlist list = boardlist::fromText(QStringLiteral("1:") + numbers.join(QLatin1Char(',')));
-    EXPECT_EQ(list.count, 49);
-
+    EXPECT_EQ(boardlist::fromText(QStringLiteral("1:") + numbers.join(QLatin1Char(','))).count, 49);
     numbers << QStringLiteral("49");
-    try {
-        boardlist::fromText(QStringLiteral("1:") + numbers.join(QLatin1Char(',')));
-        FAIL() << "no throw";
-    } catch (const char *e) {
-        EXPECT_STREQ(e, "List size exceed");
-    }
+    EXPECT_EQ(thrownText([&] { boardlist::fromText(QStringLiteral("1:") + numbers.join(',')); }),
+              QStringLiteral("List size exceed"));
 }

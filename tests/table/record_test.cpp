@@ -14,7 +14,6 @@ TEST(Record, MasterIndexAnswersForTheRow)
     std::unique_ptr<Table> table(makeKeyedTable());
     for (int key : { 3, 1, 2 })
         makeRow(table.get(), key, key * 10).append();
-
     const Record two(table.get(), QStringLiteral("2"));
     ASSERT_FALSE(two.isNull());
     EXPECT_EQ(valueOf(two), 20);
@@ -23,8 +22,7 @@ TEST(Record, MasterIndexAnswersForTheRow)
     EXPECT_TRUE(Record(table.get(), QStringLiteral("9")).isNull());
     EXPECT_TRUE(Record(table.get(), QString()).isNull()) << "an empty key finds nothing";
 
-    // A clone carries the key but is another block; this index looks rows up
-    // by identity, so the clone is not in the table.
+    // This index looks rows up by identity: a clone has the key but is not in the table.
     const Record clone = two.clone();
     EXPECT_FALSE(clone.inTable());
     EXPECT_EQ(clone.toString(), QStringLiteral("2"));
@@ -33,7 +31,6 @@ TEST(Record, MasterIndexAnswersForTheRow)
     EXPECT_FALSE(two.inTable());
     EXPECT_EQ(valueOf(two), 20) << "a removed row stays valid for its holders";
     EXPECT_TRUE(Record(table.get(), QStringLiteral("2")).isNull());
-
     EXPECT_FALSE(Record().inTable());
     EXPECT_EQ(Record().toString(), QString());
 }
@@ -61,12 +58,12 @@ TEST(Record, KeylessTableKeepsArrivalOrder)
     table.addColumn(QStringLiteral("n"), FieldType::Integer);
     for (int n : { 5, 3, 9 }) {
         Record r(&table);
-        FieldType::setInt(r.data(0).data(), n);
+        r.data(0) = n;
         r.append();
     }
     ASSERT_EQ(table.rowCount(), 3);
-    EXPECT_EQ(table.at(0).data(0).asInteger(), 5);
-    EXPECT_EQ(table.at(2).data(0).asInteger(), 9);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(table.at(i).data(0).asInteger(), (QList<int>{ 5, 3, 9 }).at(i));
     EXPECT_TRUE(table.at(1).inTable());
     EXPECT_EQ(table.at(1).toString(), QString());
     // Every row equals the blank key row, so the first one is found for any key.

@@ -10,44 +10,6 @@ namespace {
 
 enum Event { None, Insert, Update, Remove };
 
-const char *eventName(Event e)
-{
-    static const char *names[] = { "none", "insert", "update", "remove" };
-    return names[e];
-}
-
-// The state of one key in a transaction, as its lists show it.
-struct KeyState
-{
-    int code = 0; // 0: no entry
-    Record keyRow; // the row standing in the operations
-    Record change; // the pending clone, for RowUpdated
-};
-
-KeyState stateOf(const RecordsTrans &trans)
-{
-    KeyState s;
-    const QList<Record> inserted = trans.insertList();
-    const QList<Record> removed = trans.removeList();
-    const QList<Record> updated = trans.updateList();
-    const QList<Record> changed = trans.changeList();
-    EXPECT_LE(inserted.size() + removed.size() + updated.size(), 1);
-    EXPECT_LE(changed.size(), updated.size()) << "no change without an update";
-    if (!inserted.isEmpty()) {
-        s.code = RecordsTrans::RowInserted;
-        s.keyRow = inserted.first();
-    } else if (!removed.isEmpty()) {
-        s.code = RecordsTrans::RowRemoved;
-        s.keyRow = removed.first();
-    } else if (!updated.isEmpty()) {
-        s.code = RecordsTrans::RowUpdated;
-        s.keyRow = updated.first();
-        if (!changed.isEmpty())
-            s.change = changed.first();
-    }
-    return s;
-}
-
 class TransMerge : public ::testing::Test
 {
 protected:
@@ -58,41 +20,27 @@ protected:
         stored.append();
     }
 
-    // Rows for each event on key 1.
-    Record freshInsert(int value) { return makeRow(table.get(), 1, value); }
-    Record changeOf(int value)
+    // A row for event `e` on key 1: a fresh row, a changed clone, or the stored row.
+    Record rowFor(Event e, int value)
     {
+        if (e == Insert)
+            return makeRow(table.get(), 1, value);
+        if (e != Update)
+            return e == Remove ? stored : Record();
         Record c = stored.clone();
         FieldType::setInt(c.data(1).data(), value);
         return c;
     }
-
     // Applies `e` through the six-list merge.
-    void applyLists(RecordsTrans &trans, Event e, const Record &row)
+    void apply(RecordsTrans &trans, Event e, const Record &row)
     {
         const QList<Record> none;
-        switch (e) {
-        case Insert:
+        if (e == Insert)
             trans.merge(none, none, 1, 1, { row }, none);
-            break;
-        case Update:
+        else if (e == Update)
             trans.merge(none, { stored }, 1, 1, none, { row });
-            break;
-        case Remove:
+        else if (e == Remove)
             trans.merge({ row }, none, 1, 1, none, none);
-            break;
-        case None:
-            break;
-        }
-    }
-
-    // Applies `e` through a second transaction and merge(RecordsTrans &).
-    void applyTrans(RecordsTrans &trans, Event e, const Record &row)
-    {
-        RecordsTrans other(table.get());
-        applyLists(other, e, row);
-        trans.merge(other);
-        other.clear(); // must not reach the table when it goes
     }
 
     std::unique_ptr<Table> table;
@@ -101,89 +49,64 @@ protected:
 
 } // namespace
 
-// The merge matrix: every pending state against every event, through both
-// merge forms.
+// Every pending state against every event, through the list merge and through
+// merge(RecordsTrans &).
 TEST_F(TransMerge, Matrix)
 {
-    struct Case {
-        Event pending;
-        Event event;
-        int code; // resulting code
-        const char *keyRow; // which row stands in operations: "stored", "pending", "event"
-        const char *change; // "none", "event", "pending" (pending clone, with the event's columns)
+    struct Case
+    {
+        Event pending, event;
+        int code;
+        char keyRow; // the row standing in the operations: Stored, Pending or Event
+        char change; // the pending clone: '-' none, 'E' the event's, 'P' the pending one
     };
+    const int I = RecordsTrans::RowInserted, U = RecordsTrans::RowUpdated,
+              R = RecordsTrans::RowRemoved;
     const Case cases[] = {
-        { None, Insert, RecordsTrans::RowInserted, "event", "none" },
-        { None, Update, RecordsTrans::RowUpdated, "stored", "event" },
-        { None, Remove, RecordsTrans::RowRemoved, "stored", "none" },
-        { Insert, Insert, RecordsTrans::RowInserted, "event", "none" },
-        { Insert, Update, RecordsTrans::RowInserted, "pending", "none" },
-        { Insert, Remove, RecordsTrans::RowRemoved, "pending", "none" },
-        { Remove, Insert, RecordsTrans::RowInserted, "event", "none" },
-        { Remove, Update, RecordsTrans::RowUpdated, "stored", "event" },
-        { Remove, Remove, RecordsTrans::RowRemoved, "stored", "none" },
-        { Update, Insert, RecordsTrans::RowInserted, "event", "none" },
-        { Update, Update, RecordsTrans::RowUpdated, "stored", "pending" },
-        { Update, Remove, RecordsTrans::RowRemoved, "stored", "none" },
+        { None, Insert, I, 'E', '-' },   { None, Update, U, 'S', 'E' },
+        { None, Remove, R, 'S', '-' },   { Insert, Insert, I, 'E', '-' },
+        { Insert, Update, I, 'P', '-' }, { Insert, Remove, R, 'P', '-' },
+        { Remove, Insert, I, 'E', '-' }, { Remove, Update, U, 'S', 'E' },
+        { Remove, Remove, R, 'S', '-' }, { Update, Insert, I, 'E', '-' },
+        { Update, Update, U, 'S', 'P' }, { Update, Remove, R, 'S', '-' },
     };
     for (int form = 0; form < 2; ++form) {
         for (const Case &c : cases) {
-            SCOPED_TRACE(std::string(form ? "trans " : "lists ") + eventName(c.pending) + " then "
-                         + eventName(c.event));
+            SCOPED_TRACE(testing::Message() << (form ? "trans " : "lists ") << c.pending << "+"
+                                            << c.event);
             RecordsTrans trans(table.get());
-            Record pendingRow;
-            switch (c.pending) {
-            case Insert:
-                pendingRow = freshInsert(20);
-                break;
-            case Update:
-                pendingRow = changeOf(20);
-                break;
-            case Remove:
-                pendingRow = stored;
-                break;
-            case None:
-                break;
-            }
-            applyLists(trans, c.pending, pendingRow);
-
-            Record eventRow;
-            switch (c.event) {
-            case Insert:
-                eventRow = freshInsert(30);
-                break;
-            case Update:
-                eventRow = changeOf(30);
-                break;
-            default:
-                eventRow = stored;
-                break;
-            }
-            if (form == 0)
-                applyLists(trans, c.event, eventRow);
-            else
-                applyTrans(trans, c.event, eventRow);
-
-            const KeyState s = stateOf(trans);
-            EXPECT_EQ(s.code, c.code);
-            const std::string keyRow = c.keyRow;
-            if (keyRow == "stored")
-                EXPECT_EQ(s.keyRow, stored);
-            else if (keyRow == "pending")
-                EXPECT_EQ(s.keyRow, pendingRow);
-            else
-                EXPECT_EQ(s.keyRow, eventRow);
-
-            const std::string change = c.change;
-            if (change == "none") {
-                EXPECT_TRUE(s.change.isNull());
-            } else if (change == "event") {
-                ASSERT_FALSE(s.change.isNull());
-                EXPECT_EQ(valueOf(s.change), 30);
+            const Record pendingRow = rowFor(c.pending, 20);
+            apply(trans, c.pending, pendingRow);
+            const Record eventRow = rowFor(c.event, 30);
+            if (form == 0) {
+                apply(trans, c.event, eventRow);
             } else {
-                ASSERT_FALSE(s.change.isNull());
-                EXPECT_EQ(s.change, pendingRow) << "the clone already pending is kept";
-                EXPECT_EQ(valueOf(s.change), 30) << "with the later update's columns";
+                RecordsTrans other(table.get());
+                apply(other, c.event, eventRow);
+                trans.merge(other);
+                other.clear(); // must not reach the table when it goes
+            }
+
+            // One key: one entry in one list, and a change only with an update.
+            const QList<Record> lists[] = { trans.insertList(), trans.updateList(),
+                                            trans.removeList() };
+            const int codes[] = { I, U, R };
+            int found = 0;
+            for (int i = 0; i < 3; ++i) {
+                if (lists[i].isEmpty())
+                    continue;
+                ++found;
+                EXPECT_EQ(codes[i], c.code);
+                EXPECT_EQ(lists[i].first(),
+                          c.keyRow == 'S' ? stored : c.keyRow == 'P' ? pendingRow : eventRow);
+            }
+            EXPECT_EQ(found, 1);
+            const QList<Record> changed = trans.changeList();
+            ASSERT_EQ(changed.size(), c.change == '-' ? 0 : 1);
+            if (c.change != '-') {
+                EXPECT_EQ(valueOf(changed.first()), 30) << "with the later update's columns";
+                EXPECT_EQ(changed.first() == pendingRow, c.change == 'P')
+                    << "a clone already pending is kept";
             }
             EXPECT_EQ(valueOf(stored), 10) << "nothing reaches the table before processing";
             trans.clear();
@@ -199,7 +122,7 @@ TEST_F(TransMerge, UpdatersOfOneKeyShareOneClone)
         EXPECT_TRUE(a.isFound());
         EXPECT_NE(static_cast<const Record &>(a), stored) << "writes go to a clone";
         FieldType::setInt(a.data(1).data(), 11);
-        RecordUpdater b(freshInsert(0), trans); // another block, same key
+        RecordUpdater b(rowFor(Insert, 0), trans); // another block, same key
         EXPECT_EQ(b.rowPtr(), a.rowPtr());
         FieldType::setInt(b.data(1).data(), valueOf(b) + 1);
     }
@@ -237,7 +160,7 @@ TEST_F(TransMerge, UpdaterOnPendingStates)
     // A stored row whose key is pending as an insert is written in place.
     {
         RecordsTrans trans(table.get());
-        trans.merge({}, {}, -1, -1, { freshInsert(50) }, {});
+        trans.merge({}, {}, -1, -1, { rowFor(Insert, 50) }, {});
         RecordUpdater u(stored, trans);
         EXPECT_TRUE(u.isFound());
         EXPECT_EQ(static_cast<const Record &>(u), stored);
