@@ -38,6 +38,19 @@ void RowCodec::build(const QList<const TableColumnDef *> &columns, uint64 rowLen
                      int nullBytes)
 {
     Segment fixed{false, 0, {}};
+    // Cells that lie side by side in the row go out in one copy.
+    auto addPiece = [&](uint64 offset, int length) {
+        if (!fixed.pieces.isEmpty()) {
+            Piece &last = fixed.pieces.last();
+            if (last.offset + uint64(last.length) == offset) {
+                last.length += length;
+                fixed.fileBytes += length;
+                return;
+            }
+        }
+        fixed.pieces.append(Piece{offset, length});
+        fixed.fileBytes += length;
+    };
     auto closeFixed = [&]() {
         if (!fixed.pieces.isEmpty())
             m_segments.append(fixed);
@@ -48,13 +61,11 @@ void RowCodec::build(const QList<const TableColumnDef *> &columns, uint64 rowLen
             closeFixed();
             m_segments.append(Segment{true, 0, {Piece{def->offset, 8}}});
         } else {
-            fixed.pieces.append(Piece{def->offset, int(def->len)});
-            fixed.fileBytes += int(def->len);
+            addPiece(def->offset, int(def->len));
         }
     }
     if (nullBytes > 0) {
-        fixed.pieces.append(Piece{rowLength, nullBytes});
-        fixed.fileBytes += nullBytes;
+        addPiece(rowLength, nullBytes);
     }
     closeFixed();
 }

@@ -2,11 +2,15 @@
 
 #include "io/qtiocompressor.h"
 #include "io/readaheaddevice_p.h"
+#include "io/writebehinddevice_p.h"
 #include "runtime/exception.h"
 #include "runtime/iapphub.h"
 
 #include <QFileInfo>
 #include <QSaveFile>
+
+#include <system_error>
+#include <thread>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -29,10 +33,29 @@ void syncDirectory(const QString &filePath)
     }
 }
 
+// An open descriptor of a file that is no longer linked, or -1. The last
+// close of an unlinked file frees its blocks, which takes the kernel some
+// milliseconds per hundred megabytes: a thread of its own waits for that.
+void closeLater(int fd)
+{
+    if (fd < 0)
+        return;
+    try {
+        std::thread([fd] { ::close(fd); }).detach();
+    } catch (const std::system_error &) {
+        ::close(fd); // no thread to be had: wait here
+    }
+}
+
+int openIfExists(const QString &path)
+{
+    return ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+}
+
 } // namespace
 
 TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
-    : compressor(nullptr), m_readAhead(nullptr), m_saveFile(nullptr)
+    : compressor(nullptr), m_readAhead(nullptr), m_saveFile(nullptr), m_writeBehind(nullptr)
 {
     if (mode & QIODevice::ReadOnly) {
         file.setFileName(path);
@@ -58,14 +81,15 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
     m_saveFile = new QSaveFile(m_target);
     if (!m_saveFile->open(QIODevice::WriteOnly))
         return;
+    m_writeBehind = new WriteBehindDevice(m_saveFile);
     if (compress) {
-        compressor = new QtIOCompressor(m_saveFile, compressionLevel, compressionBuffer);
+        compressor = new QtIOCompressor(m_writeBehind, compressionLevel, compressionBuffer);
         compressor->setStreamFormat(QtIOCompressor::GzipFormat);
         if (!compressor->open(QIODevice::WriteOnly))
             return;
         setDevice(compressor);
     } else {
-        setDevice(m_saveFile);
+        setDevice(m_writeBehind);
     }
 }
 
@@ -73,7 +97,8 @@ TableFileStream::~TableFileStream()
 {
     setDevice(nullptr);
     delete m_readAhead; // first: its thread reads the compressor
-    delete compressor;
+    delete compressor; // may still write to m_writeBehind
+    delete m_writeBehind;
     // Without commit() the temporary file goes and the target stays as it was.
     delete m_saveFile;
 }
@@ -81,6 +106,8 @@ TableFileStream::~TableFileStream()
 void TableFileStream::fail(const QString &reason)
 {
     setDevice(nullptr);
+    if (m_writeBehind)
+        m_writeBehind->stop(); // the file is ours again
     if (m_saveFile)
         m_saveFile->cancelWriting();
     throw Exception(QStringLiteral("Table file %1 was not written: %2").arg(m_target, reason));
@@ -94,17 +121,25 @@ void TableFileStream::commit()
         fail(m_saveFile->errorString());
     if (status() != QDataStream::Ok)
         fail(QStringLiteral("write error: ") + device()->errorString());
-    if (compressor) {
-        compressor->close();
-        if (m_saveFile->error() != QFileDevice::NoError)
-            fail(m_saveFile->errorString());
-    }
+    if (compressor)
+        compressor->close(); // a failed write shows in finish()
     setDevice(nullptr);
+    if (!m_writeBehind->finish())
+        fail(m_writeBehind->errorString());
     if (!m_saveFile->flush() || ::fdatasync(m_saveFile->handle()) != 0)
         fail(m_saveFile->errorString());
-    if (!m_saveFile->commit())
+    // Held open over the rename, so that freeing it is not the caller's wait.
+    const int old = openIfExists(m_target);
+    if (!m_saveFile->commit()) {
+        if (old >= 0)
+            ::close(old);
         fail(m_saveFile->errorString());
+    }
     syncDirectory(m_target);
-    if (QFile::exists(m_otherForm))
+    closeLater(old);
+    const int other = openIfExists(m_otherForm);
+    if (other >= 0) {
         QFile::remove(m_otherForm);
+        closeLater(other);
+    }
 }

@@ -10,6 +10,7 @@
 
 class QSaveFile;
 class QtIOCompressor;
+class WriteBehindDevice;
 
 // A table file and the stream on it. `path` is the file's name without ".gz".
 //
@@ -20,7 +21,9 @@ class QtIOCompressor;
 // Writing: plain or ".gz" as the host asks (IAppHub::compressTables()). The
 // data goes to a temporary file beside the target and replaces it only in
 // commit(); a stream destroyed without commit() leaves the old file as it
-// was. This is deliberate: a save never destroys the previous file.
+// was. This is deliberate: a save never destroys the previous file. The file
+// is written on a second thread while the caller goes on encoding, and the
+// old file's blocks are freed off the caller's thread after the rename.
 class TABLEDB_EXPORT TableFileStream : public QDataStream
 {
 public:
@@ -43,6 +46,7 @@ private:
 
     QIODevice *m_readAhead; // owned; inflates ahead of the reader
     QSaveFile *m_saveFile; // owned; the file written
+    WriteBehindDevice *m_writeBehind; // owned; writes m_saveFile on a thread
     QString m_target;
     QString m_otherForm; // removed after a successful commit
 
