@@ -29,6 +29,9 @@ public:
     void write(const unsigned char *cells, QDataStream &out);
     // Appends the row's file form to `out`.
     void append(const unsigned char *cells, QByteArray &out);
+    // The bytes of the row's file form, and the form itself written at `p`.
+    int fileSize(const unsigned char *cells) const;
+    void encode(const unsigned char *cells, char *p) const;
     // One row from `size` bytes at `data`: the bytes it took, 0 when the row
     // is not whole there (nothing is written then), -1 when a string length
     // cannot be real.
@@ -51,8 +54,6 @@ private:
     };
     void build(const QList<const TableColumnDef *> &columns, uint64 rowLength, int nullBytes);
     bool readString(unsigned char *cell, QDataStream &in, StringPool *pool);
-    int fileSize(const unsigned char *cells) const;
-    void encode(const unsigned char *cells, char *p) const;
 
     QVector<Segment> m_segments;
     QByteArray m_buffer; // one row's bytes on writing, a run or a text on reading

@@ -3,6 +3,7 @@
 #include "index/masterindex.h"
 #include "io/rowcodec_p.h"
 #include "io/tableio_p.h"
+#include "io/writebehinddevice_p.h"
 #include "runtime/exception.h"
 #include "table/table.h"
 
@@ -182,21 +183,48 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDa
         return;
     RowCodec codec(header.columns, header.nullBytes);
     const bool report = !isPlainTrue(progress);
-    // Rows go to the stream in blocks: one device call per block.
-    QByteArray block;
-    block.reserve(blockBytes + 4096);
-    int i = 0;
-    for (auto it = master->begin(); it != master->end(); ++it, ++i) {
-        codec.append(Table::cellsPtr(it->pointer()), block);
-        if (block.size() >= blockBytes) {
+    // Rows are encoded in place into blocks, and a block goes to the device in
+    // one call; a file being saved takes the block itself, without a copy.
+    auto *behind = dynamic_cast<WriteBehindDevice *>(stream.device());
+    QByteArray own;
+    QByteArray &block = behind ? behind->block() : own;
+    const int blockSize = behind ? WriteBehindDevice::blockSize() : blockBytes;
+    int used = block.size(); // the header may be in the block already
+    auto handOver = [&]() {
+        block.resize(used);
+        used = 0;
+        if (!behind) {
             stream.writeRawData(block.constData(), block.size());
             block.resize(0);
+            return true;
         }
+        if (behind->push())
+            return true;
+        stream.setStatus(QDataStream::WriteFailed);
+        return false;
+    };
+    block.resize(qMax(used, blockSize));
+    char *data = block.data();
+    int i = 0;
+    for (auto it = master->begin(); it != master->end(); ++it, ++i) {
+        const unsigned char *cells = Table::cellsPtr(it->pointer());
+        const int size = codec.fileSize(cells);
+        if (block.size() - used < size) {
+            if (!handOver())
+                return;
+            block.resize(qMax(size, blockSize));
+            data = block.data();
+        }
+        codec.encode(cells, data + used);
+        used += size;
         if (report)
             progress(i, header.rowCount);
     }
-    if (!block.isEmpty())
-        stream.writeRawData(block.constData(), block.size());
+    if (behind) {
+        block.resize(used); // the device writes the rest when it finishes
+    } else if (used > 0) {
+        handOver();
+    }
 }
 
 // --- whole tables ---

@@ -8,7 +8,7 @@ namespace {
 
 // Large enough that the threads seldom wake each other, small enough that the
 // blocks in flight stay in the cache for the kernel's copy.
-const int blockSize = 256 * 1024;
+const int blockBytes = 256 * 1024;
 const size_t maxBlocks = 4; // bounds the memory written behind
 // How much is written before the kernel is asked to start writing it back.
 const qint64 writebackBytes = 8 * 1024 * 1024;
@@ -18,7 +18,7 @@ const qint64 writebackBytes = 8 * 1024 * 1024;
 WriteBehindDevice::WriteBehindDevice(QFileDevice *target) : m_target(target)
 {
     QIODevice::open(QIODevice::WriteOnly | QIODevice::Unbuffered);
-    m_current.reserve(blockSize);
+    m_current.reserve(blockBytes);
     m_thread = std::thread(&WriteBehindDevice::run, this);
 }
 
@@ -79,26 +79,37 @@ bool WriteBehindDevice::queue(QByteArray &block)
         block = std::move(m_spare.front());
         m_spare.pop_front();
     }
-    if (block.capacity() < blockSize)
-        block.reserve(blockSize);
+    if (block.capacity() < blockBytes)
+        block.reserve(blockBytes);
     return true;
+}
+
+int WriteBehindDevice::blockSize()
+{
+    return blockBytes;
+}
+
+bool WriteBehindDevice::push()
+{
+    if (m_current.isEmpty() || queue(m_current))
+        return true;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    setErrorString(m_failed ? m_error : QStringLiteral("Write after the end"));
+    return false;
 }
 
 qint64 WriteBehindDevice::writeData(const char *data, qint64 size)
 {
     const qint64 total = size;
     while (size > 0) {
-        const qint64 n = qMin<qint64>(size, blockSize - m_current.size());
+        const qint64 n = qMin<qint64>(size, blockBytes - m_current.size());
         m_current.append(data, int(n));
         data += n;
         size -= n;
-        if (m_current.size() < blockSize)
+        if (m_current.size() < blockBytes)
             break;
-        if (!queue(m_current)) {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            setErrorString(m_failed ? m_error : QStringLiteral("Write after the end"));
+        if (!push())
             return -1;
-        }
     }
     return total;
 }
