@@ -24,6 +24,8 @@
 #endif
 #include <zlib.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <memory>
 #include <random>
@@ -167,6 +169,25 @@ void BM_ReadFileBytes(benchmark::State &state)
     });
 }
 
+// The floor of a durable save on this disk: the plain file's bytes written
+// to a new file in 1 MiB pieces and synced, as `dd conv=fdatasync` would.
+void BM_WriteFileBytes(benchmark::State &state)
+{
+    QFile source(fixture().plainDir + "/flow");
+    source.open(QIODevice::ReadOnly);
+    const QByteArray bytes = source.readAll();
+    const QString path = fixture().dir.path() + "/bytes";
+    timed(state, [&] {
+        QFile file(path);
+        file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        for (int at = 0; at < bytes.size(); at += 1 << 20)
+            file.write(bytes.constData() + at, qMin(1 << 20, bytes.size() - at));
+        file.flush();
+        ::fdatasync(file.handle());
+    });
+    QFile::remove(path);
+}
+
 void BM_InflateAlone(benchmark::State &state)
 {
     timed(state, [] {
@@ -281,6 +302,8 @@ void ratios(RatioReporter &reporter)
 {
     reporter.addRatio("plain save / SQLite VACUUM INTO (target <= 0.5)", "BM_SavePlain/iterations:10/manual_time",
                       "BM_SqliteSave/iterations:10/manual_time");
+    reporter.addRatio("plain save / writing and syncing its bytes alone", "BM_SavePlain/iterations:10/manual_time",
+                      "BM_WriteFileBytes/iterations:10/manual_time");
     reporter.addRatio("plain load / SQLite backup load", "BM_LoadPlain/iterations:3/manual_time",
                       "BM_SqliteLoad/iterations:3/manual_time");
     reporter.addRatio("plain load / reading the file's bytes (target <= 10)",
@@ -299,6 +322,7 @@ void ratios(RatioReporter &reporter)
 BENCHMARK(BM_SavePlain)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10);
 BENCHMARK(BM_SaveGzip)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_SqliteSave)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+BENCHMARK(BM_WriteFileBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10);
 BENCHMARK(BM_Gzip6Binary)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_ReadFileBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_LoadPlain)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
