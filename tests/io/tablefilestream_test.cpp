@@ -1,5 +1,6 @@
 #include "iotestsupport.h"
 #include "io/qtiocompressor.h"
+#include "io/tablefilestream.h"
 #include "runtime/exception.h"
 #include "support/testapphub.h"
 
@@ -141,6 +142,11 @@ TEST(TableFileStream, FailedSaveKeepsTheOldFileAndNamesTheFile)
             return 2;
         });
         EXPECT_EQ(status, 0) << compressed;
+        {
+            // Abandoned with blocks still queued for the writing thread.
+            TableFileStream stream(QDir(dir.path()).filePath("flow"), QIODevice::WriteOnly);
+            TableIO(large.get()).write(stream, true);
+        }
         EXPECT_TRUE(contentOf(dir.path(), compressed) == old) << compressed;
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 1);
     }
