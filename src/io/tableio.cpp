@@ -206,25 +206,26 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDa
     block.resize(qMax(used, blockSize));
     char *data = block.data();
     int i = 0;
-    for (auto it = master->begin(); it != master->end(); ++it, ++i) {
-        const unsigned char *cells = Table::cellsPtr(it->pointer());
-        const int size = codec.fileSize(cells);
-        if (block.size() - used < size) {
-            if (!handOver())
-                return;
-            block.resize(qMax(size, blockSize));
-            data = block.data();
+    try {
+        for (auto it = master->begin(); it != master->end(); ++it, ++i) {
+            const unsigned char *cells = Table::cellsPtr(it->pointer());
+            const int size = codec.fileSize(cells);
+            if (block.size() - used < size) {
+                if (!handOver())
+                    return;
+                block.resize(qMax(size, blockSize));
+                data = block.data();
+            }
+            codec.encode(cells, data + used);
+            used += size;
+            if (report)
+                progress(i, header.rowCount);
         }
-        codec.encode(cells, data + used);
-        used += size;
-        if (report)
-            progress(i, header.rowCount);
+    } catch (...) {
+        handOver(); // a progress that throws: the whole rows so far go out
+        throw;
     }
-    if (behind) {
-        block.resize(used); // the device writes the rest when it finishes
-    } else if (used > 0) {
-        handOver();
-    }
+    handOver();
 }
 
 // --- whole tables ---

@@ -159,3 +159,36 @@ TEST(TableFileStream, FailedSaveKeepsTheOldFileAndNamesTheFile)
         EXPECT_TRUE(e.message().contains(dir.filePath("missing/flow")));
     }
 }
+
+// A progress that throws part-way through the rows, and a caller that commits
+// the stream all the same: the file ends with the last whole row, and reading
+// it says that it is short.
+TEST(TableFileStream, SaveCutByAThrowingProgressHoldsWholeRowsOnly)
+{
+    TestAppHub hub;
+    QTemporaryDir dir;
+    std::unique_ptr<Table> large(makeFlowTable(20000, 5));
+    struct Throwing : FilterProgress
+    {
+        bool operator()(int current, int) override
+        {
+            if (current == 7000)
+                throw 1;
+            return true;
+        }
+        bool filter(const Record &) const override { return true; }
+    } progress;
+    for (bool compressed : {false, true}) {
+        hub.compress = compressed;
+        {
+            TableFileStream stream(QDir(dir.path()).filePath("flow"), QIODevice::WriteOnly);
+            EXPECT_THROW(TableIO(large.get()).write(progress, stream, true), int);
+            stream.commit();
+        }
+        std::unique_ptr<Table> back(makeFlowTable(0, 0));
+        TableIO reader(back.get());
+        reader.read(QDir(dir.path()), false);
+        EXPECT_EQ(back->rowCount(), 7001) << compressed; // row 7000 was encoded first
+        EXPECT_FALSE(reader.lastError().isEmpty()) << compressed;
+    }
+}
