@@ -81,7 +81,11 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
     m_saveFile = new QSaveFile(m_target);
     if (!m_saveFile->open(QIODevice::WriteOnly))
         return;
-    m_writeBehind = new WriteBehindDevice(m_saveFile);
+    try {
+        m_writeBehind = new WriteBehindDevice(m_saveFile);
+    } catch (const std::system_error &) {
+        return; // no thread to be had: no device, and commit() throws
+    }
     if (compress) {
         compressor = new QtIOCompressor(m_writeBehind, compressionLevel, compressionBuffer);
         compressor->setStreamFormat(QtIOCompressor::GzipFormat);
