@@ -124,13 +124,6 @@ void RowCodec::write(const unsigned char *cells, QDataStream &out)
     out.writeRawData(m_buffer.constData(), size);
 }
 
-void RowCodec::append(const unsigned char *cells, QByteArray &out)
-{
-    const int at = out.size();
-    out.resize(at + fileSize(cells));
-    encode(cells, out.data() + at);
-}
-
 int RowCodec::decode(const char *data, int size, unsigned char *cells, StringPool *pool)
 {
     // Measure first, so that a row cut by the end of `data` changes nothing.

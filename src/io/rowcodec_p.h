@@ -27,8 +27,6 @@ public:
     bool hasStrings() const;
 
     void write(const unsigned char *cells, QDataStream &out);
-    // Appends the row's file form to `out`.
-    void append(const unsigned char *cells, QByteArray &out);
     // The bytes of the row's file form, and the form itself written at `p`.
     int fileSize(const unsigned char *cells) const;
     void encode(const unsigned char *cells, char *p) const;

@@ -187,8 +187,8 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDa
     // one call; a file being saved takes the block itself, without a copy.
     auto *behind = dynamic_cast<WriteBehindDevice *>(stream.device());
     QByteArray own;
+    own.reserve(blockBytes); // kept across blocks
     QByteArray &block = behind ? behind->block() : own;
-    const int blockSize = behind ? WriteBehindDevice::blockSize() : blockBytes;
     int used = block.size(); // the header may be in the block already
     auto handOver = [&]() {
         block.resize(used);
@@ -203,7 +203,7 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDa
         stream.setStatus(QDataStream::WriteFailed);
         return false;
     };
-    block.resize(qMax(used, blockSize));
+    block.resize(qMax(used, blockBytes));
     char *data = block.data();
     int i = 0;
     try {
@@ -213,7 +213,7 @@ void TableIO::writeRows(FilterProgress &progress, const TableHeader &header, QDa
             if (block.size() - used < size) {
                 if (!handOver())
                     return;
-                block.resize(qMax(size, blockSize));
+                block.resize(qMax(size, blockBytes));
                 data = block.data();
             }
             codec.encode(cells, data + used);

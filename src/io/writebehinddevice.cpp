@@ -84,11 +84,6 @@ bool WriteBehindDevice::queue(QByteArray &block)
     return true;
 }
 
-int WriteBehindDevice::blockSize()
-{
-    return blockBytes;
-}
-
 bool WriteBehindDevice::push()
 {
     if (m_current.isEmpty() || queue(m_current))
@@ -129,14 +124,12 @@ void WriteBehindDevice::end(bool dropQueued)
 
 bool WriteBehindDevice::finish()
 {
-    const bool queued = m_current.isEmpty() || queue(m_current);
+    const bool queued = push();
     m_current.clear();
     end(!queued);
     // The thread has ended: what it left is ours to read.
     if (m_failed)
         setErrorString(m_error);
-    else if (!queued)
-        setErrorString(QStringLiteral("Write after the end"));
     return queued && !m_failed;
 }
 

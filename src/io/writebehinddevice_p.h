@@ -32,12 +32,10 @@ public:
     // Ends the thread after the block at hand; the rest is dropped.
     void stop();
 
-    // A writer that fills blocks in place saves a copy: it appends to block(),
-    // about blockSize() bytes at a time, and hands it over with push(), which
-    // leaves an empty block there. False, with errorString() set, once writing
-    // has failed.
+    // A writer that fills blocks in place saves a copy: it appends to block()
+    // and hands it over with push(), which leaves an empty block there. False,
+    // with errorString() set, once writing has failed.
     QByteArray &block() { return m_current; }
-    static int blockSize();
     bool push();
 
 protected:
