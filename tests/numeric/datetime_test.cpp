@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
-#include <random>
 
 namespace {
 
@@ -123,36 +122,6 @@ TEST(Datetime, ParseChainTakesTheFirstFormatThatFits)
     EXPECT_EQ(datetime(day, QStringLiteral("noon")), datetime(day));
 }
 
-TEST(Datetime, MutatedTextEitherParsesToARoundTripOrToZero)
-{
-    const QString stems[] = {QStringLiteral("2020.01.02 03:04:05.006"), QStringLiteral("2020-01-02 03:04:05"),
-                             QStringLiteral("2020.01.02"), QStringLiteral("2020-01-02")};
-    const QString alphabet = QStringLiteral("0123456789.-: x");
-    std::mt19937 rng(12345);
-    const auto next = [&rng](int bound) { return int(rng() % unsigned(bound)); };
-    int parsedCount = 0;
-    for (int i = 0; i < 1000; ++i) {
-        QString text = stems[next(4)];
-        for (int edits = next(4); edits > 0; --edits) {
-            const int at = next(text.size() + 1);
-            const QChar c = alphabet.at(next(alphabet.size()));
-            const int op = next(3);
-            if (op == 0)
-                text.insert(at, c);
-            else if (op == 1)
-                text.remove(at, 1);
-            else if (at < text.size())
-                text[at] = c;
-        }
-        const datetime parsed(text);
-        if (parsed.isZero())
-            continue;
-        ++parsedCount;
-        EXPECT_EQ(datetime(parsed.toString()), parsed) << text.toStdString();
-    }
-    EXPECT_GT(parsedCount, 200);
-}
-
 TEST(Datetime, SpansAndCalendarSteps)
 {
     const datetime base(Jan2);
@@ -193,8 +162,6 @@ TEST(Datetime, TextsUseLatinDigitsInAnyLocale)
 TEST(Datetime, RegisteredMetaType)
 {
     const int id = datetime::metatypeId();
-    EXPECT_EQ(QMetaType::type("datetime"), id);
-    EXPECT_EQ(int(QMetaType::typeFlags(id)), 259); // Qt 5.15 adds MovableType itself
     const QVariant v = datetime(Jan2).toVariant();
     EXPECT_EQ(v.toString(), QStringLiteral("2020.01.02 03:04:05.006"));
     EXPECT_EQ(qvariant_cast<datetime>(v).data(), Jan2);
