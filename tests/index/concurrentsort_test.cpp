@@ -35,12 +35,6 @@ std::vector<Keyed> randomInput(int n, int keys, unsigned seed)
     return v;
 }
 
-template <typename Container>
-std::vector<Keyed> toVector(const Container &c)
-{
-    return std::vector<Keyed>(c.begin(), c.end());
-}
-
 std::vector<Keyed> expected(std::vector<Keyed> v)
 {
     std::stable_sort(v.begin(), v.end(), byKey);
@@ -53,16 +47,15 @@ TEST(ConcurrentSort, StableOnQListAroundTheThreshold)
     for (int n : { 0, 1, 2, 7, 511, 512, 513, 520, 1000, 4097 }) {
         for (int keys : { 1, 3, 1000 }) {
             const std::vector<Keyed> input = randomInput(n, keys, unsigned(n * 31 + keys));
-            QList<Keyed> list;
-            for (const Keyed &k : input)
-                list.append(k);
+            QList<Keyed> list(input.begin(), input.end());
             QAtomicInt foreign(0);
             ConcurrentSort::sort(list.begin(), list.end(), [&](const Keyed &a, const Keyed &b) {
                 if (QThread::currentThreadId() != caller)
                     foreign.fetchAndAddRelaxed(1);
                 return byKey(a, b);
             });
-            ASSERT_EQ(toVector(list), expected(input)) << "n=" << n << " keys=" << keys;
+            ASSERT_EQ(std::vector<Keyed>(list.begin(), list.end()), expected(input))
+                    << "n=" << n << " keys=" << keys;
             // From 512 on the work may still all land on the caller when the
             // pool is busy, so only small inputs have a thread guarantee.
             if (n < 512) {
@@ -83,7 +76,7 @@ TEST(ConcurrentSort, StableOnPartitionListAcrossBlocks)
         list.insert(n / 3, Keyed { 5, n });
         model.insert(model.begin() + n / 3, Keyed { 5, n });
         ConcurrentSort::sort(list.begin(), list.end(), byKey);
-        ASSERT_EQ(toVector(list), expected(model)) << "n=" << n;
+        ASSERT_EQ(std::vector<Keyed>(list.begin(), list.end()), expected(model)) << "n=" << n;
     }
 }
 

@@ -87,12 +87,6 @@ TEST(IndexVector, TableRegistrationBuildAndCopies)
     QObject::connect(table.get(), &Table::indexRemoved, [&](Index *i) { removals << i; });
 
     auto index = std::make_unique<ValueVector>(table.get());
-    const auto keys = [&index] {
-        std::vector<int> out;
-        for (int i = 0; i < index->count(); ++i)
-            out.push_back(keyOf(index->get(i)));
-        return out;
-    };
     EXPECT_EQ(table->indexes(), QList<Index *> { index.get() });
     index->hiddenValue = 0;
     index->build();
@@ -100,7 +94,10 @@ TEST(IndexVector, TableRegistrationBuildAndCopies)
     EXPECT_EQ(index->count(), 8);
     index->rebuild();
     // Master order 1..5 gives values 1 2 0 1 2; the 0 is filtered out.
-    EXPECT_EQ(keys(), (std::vector<int> { 1, 4, 2, 5 }));
+    std::vector<int> keys;
+    for (int i = 0; i < index->count(); ++i)
+        keys.push_back(keyOf(index->get(i)));
+    EXPECT_EQ(keys, (std::vector<int> { 1, 4, 2, 5 }));
 
     const Index *copyAddress = nullptr;
     {

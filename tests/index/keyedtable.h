@@ -2,22 +2,16 @@
 #define TABLEDB_TESTS_INDEX_KEYEDTABLE_H
 
 #include "index/indexsort.h"
-#include "table/table.h"
 #include "support/warningcatcher.h"
+#include "table/tabletestsupport.h"
 
 #include <QAtomicInt>
-#include <QStringList>
 
-#include <algorithm>
 #include <vector>
 
 // A table with an integer key column, and a sorted index over it that counts
 // its compares and admits only rows with a key of 0 or more that aren't hidden.
-inline int keyOf(const Record &r)
-{
-    return FieldType::getInt(r.data(0).data());
-}
-
+// keyOf() is the shared one: one definition per test program.
 inline void setKey(const Record &r, int key)
 {
     FieldType::setInt(r.data(0).data(), key);

@@ -6,24 +6,6 @@
 
 namespace {
 
-// A master index keyed on column 0, with the key's text as its number.
-class KeyMaster : public MasterIndex
-{
-public:
-    explicit KeyMaster(Table *table) : MasterIndex(table) { m_columns.append(0); }
-    int compare(const Record &a, const Record &b) const override
-    {
-        return (keyOf(a) > keyOf(b)) - (keyOf(a) < keyOf(b));
-    }
-    QString toText(const Record &r) const override { return QString::number(keyOf(r)); }
-    Record fromText(const QString &text) const override
-    {
-        Record r(m_table);
-        setKey(r, text.toInt());
-        return r;
-    }
-};
-
 class MasterIndexTest : public ::testing::Test
 {
 protected:
@@ -48,7 +30,7 @@ TEST_F(MasterIndexTest, PtrIndexOrdersByAddressAndHasNoKeyText)
     EXPECT_EQ(keyOf(blank), 0);
     EXPECT_FALSE(index.contains(blank));
 
-    KeyMaster keyed(&table); // a key master finds a row again by its text
+    IntKeyMaster keyed(&table); // a key master finds a row again by its text
     for (const Record &r : { a, b, table.row(3) })
         keyed.add(r);
     EXPECT_EQ(keyed.findRecord(keyed.toText(keyed.at(2))), keyed.at(2));
@@ -81,7 +63,7 @@ TEST_F(MasterIndexTest, OrderedIndexKeepsArrivalOrder)
 
 TEST_F(MasterIndexTest, ProxyOrdersAsTheMasterOfItsBirth)
 {
-    table.setMasterIndex(new KeyMaster(&table));
+    table.setMasterIndex(new IntKeyMaster(&table));
     MasterIndexProxy proxy(&table);
     EXPECT_EQ(proxy.master(), table.masterIndex());
     EXPECT_EQ(proxy.columns(), QList<int>({ 0 }));
