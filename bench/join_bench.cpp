@@ -3,7 +3,9 @@
 // transaction updates the price of all 10,000 instruments, with and without
 // the join; the join's extra cost beyond writing the 1,000,000 changed join
 // cells (measured alone as the same writes in one transaction on the orders)
-// is the ratio to watch. Then the range search at 100,000 rows on the pool
+// is the ratio to watch. That extra cost is small beside the cells, so it is
+// also measured in its parts: the look-ups are the join's only work beyond
+// writing. Then the range search at 100,000 rows on the pool
 // against the same work on the calling thread.
 
 #include "index/masterindex_column.h"
@@ -199,7 +201,12 @@ void ratios(RatioReporter &reporter)
 {
     reporter.addRatio("with join / without, 10,000 price updates",
         "BM_PriceUpdate/join:1/iterations:3", "BM_PriceUpdate/join:0/iterations:3");
-    reporter.addRatio("(with join - join cells alone) / without (<= 2)",
+    // The target itself. The subtraction below it is its noisy reading: two
+    // 2.5-second figures whose difference is compared with 12 ms.
+    reporter.addBudget("with join / (2 x without + join cells alone) (<= 1)",
+        "BM_PriceUpdate/join:1/iterations:3",
+        { { "BM_PriceUpdate/join:0/iterations:3", 2.0 }, { "BM_JoinCellsAlone/iterations:3", 1.0 } });
+    reporter.addRatio("(with join - join cells alone) / without",
         "BM_PriceUpdate/join:1/iterations:3", "BM_PriceUpdate/join:0/iterations:3",
         "BM_JoinCellsAlone/iterations:3");
     reporter.addRatio("join cells alone / without", "BM_JoinCellsAlone/iterations:3",

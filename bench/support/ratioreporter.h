@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 class RatioReporter : public benchmark::ConsoleReporter
@@ -19,7 +20,15 @@ public:
     void addRatio(const std::string &label, const std::string &numerator,
                   const std::string &denominator, const std::string &subtrahend = std::string())
     {
-        m_ratios.push_back({ label, numerator, denominator, subtrahend });
+        m_ratios.push_back({ label, numerator, denominator, subtrahend, {} });
+    }
+
+    // Prints time(numerator) / sum(weight * time(term)): a measured time
+    // against a budget made of other measured times.
+    void addBudget(const std::string &label, const std::string &numerator,
+                   const std::vector<std::pair<std::string, double>> &terms)
+    {
+        m_ratios.push_back({ label, numerator, std::string(), std::string(), terms });
     }
 
     void ReportRuns(const std::vector<Run> &runs) override
@@ -34,6 +43,10 @@ public:
         ConsoleReporter::Finalize();
         std::printf("\nRatios (same run):\n");
         for (const Ratio &r : m_ratios) {
+            if (!r.terms.empty()) {
+                printBudget(r);
+                continue;
+            }
             const auto n = m_times.find(r.numerator);
             const auto d = m_times.find(r.denominator);
             const auto s = m_times.find(r.subtrahend);
@@ -54,7 +67,27 @@ private:
         std::string numerator;
         std::string denominator;
         std::string subtrahend;
+        std::vector<std::pair<std::string, double>> terms;
     };
+
+    void printBudget(const Ratio &r) const
+    {
+        const auto n = m_times.find(r.numerator);
+        double budget = 0;
+        for (const auto &term : r.terms) {
+            const auto t = m_times.find(term.first);
+            if (t == m_times.end()) {
+                budget = 0;
+                break;
+            }
+            budget += term.second * t->second;
+        }
+        if (n == m_times.end() || budget <= 0)
+            std::printf("  %-60s n/a\n", r.label.c_str());
+        else
+            std::printf("  %-60s %.3f\n", r.label.c_str(), n->second / budget);
+    }
+
     std::vector<Ratio> m_ratios;
     std::map<std::string, double> m_times;
 };
