@@ -40,25 +40,38 @@ TEST(MapSettings, ObjectsAliveTogetherDoNotSeeEachOtherAndLeaveNoKeys)
         EXPECT_FALSE(key.startsWith(group)) << qPrintable(key);
 }
 
-TEST(MapSettings, CopiesHaveTheKeysUnderAnotherGroup)
+TEST(MapSettings, CopiesAndRestoreTakeKeysFromAnySettings)
 {
     MapSettings source;
-    source.setValue("a/b", 1);
-    source.setValue("c", QStringLiteral("x"));
+    source.setValue("p/a", 1);
+    source.setValue("q", QStringLiteral("x"));
     const MapSettings copy(source);
     EXPECT_EQ(copy.allKeys(), source.allKeys());
-    EXPECT_EQ(copy.value("a/b"), QVariant(1));
+    EXPECT_EQ(copy.value("p/a"), QVariant(1));
     EXPECT_NE(copy.group(), source.group());
+    const MapSettings fromHandle{Settings(&source)};
+    EXPECT_EQ(fromHandle.asSetRef().value("q"), QVariant(QStringLiteral("x")));
 
+    // Assignment replaces, from the own group whatever the caller entered.
     MapSettings assigned;
     assigned.setValue("stale", 1);
     assigned.beginGroup("deep");
     assigned = source;
     EXPECT_EQ(assigned.allKeys(), source.allKeys());
     EXPECT_FALSE(assigned.group().endsWith("deep"));
+    source.setValue("q", QStringLiteral("changed"));
+    EXPECT_EQ(copy.value("q"), QVariant(QStringLiteral("x")));
 
-    source.setValue("c", QStringLiteral("changed"));
-    EXPECT_EQ(copy.value("c"), QVariant(QStringLiteral("x")));
+    // restore adds on top, and leaves the source's prefix again.
+    MapSettings m;
+    const QString sourceGroup = source.group();
+    m.setValue("mine", 0);
+    m.restore(static_cast<QSettings &>(source), "p");
+    EXPECT_EQ(m.allKeys(), (QStringList{"a", "mine"}));
+    EXPECT_EQ(source.group(), sourceGroup);
+    m.restore(Settings(&source), "p");
+    m.restore(static_cast<const QSettings &>(source));
+    EXPECT_EQ(m.allKeys(), (QStringList{"a", "mine", "p/a", "q"}));
 }
 
 TEST(MapSettings, GroupsEnteredByTheCallerAreLeftByClearAndEndAllGroups)
@@ -104,27 +117,6 @@ TEST(MapSettings, StoreReplacesTheTargetAndStoreAddMerges)
     Settings target(&to);
     from.store(target, QString());
     EXPECT_EQ(to.allKeys(), (QStringList{"g", "k", "sub/only"}));
-}
-
-TEST(MapSettings, RestoreAddsKeysFromAnySettings)
-{
-    MapSettings source;
-    source.setValue("p/a", 1);
-    source.setValue("q", 2);
-    MapSettings m;
-    const QString sourceGroup = source.group();
-    m.setValue("mine", 0);
-    m.restore(static_cast<QSettings &>(source), "p");
-    EXPECT_EQ(m.allKeys(), (QStringList{"a", "mine"}));
-    EXPECT_EQ(source.group(), sourceGroup); // the prefix is left again
-
-    const Settings handle(&source);
-    m.restore(handle, "p");
-    m.restore(static_cast<const QSettings &>(source));
-    EXPECT_EQ(m.allKeys(), (QStringList{"a", "mine", "p/a", "q"}));
-    const MapSettings fromHandle(handle);
-    EXPECT_EQ(fromHandle.allKeys(), source.allKeys());
-    EXPECT_EQ(fromHandle.asSetRef().value("q"), QVariant(2));
 }
 
 using MapSettingsFileTest = SettingsTestBase;

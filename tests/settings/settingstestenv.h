@@ -32,7 +32,6 @@ protected:
         cleanAppDir();
         qputenv("HOME", m_oldHome);
     }
-
     static QString appDir() { return QCoreApplication::applicationDirPath(); }
     QString homePath() const { return m_home.path(); }
 
@@ -50,9 +49,8 @@ protected:
     }
     static QJsonObject readJson(const QString &path)
     {
-        QJsonParseError error;
-        const QJsonDocument doc = QJsonDocument::fromJson(readFile(path), &error);
-        EXPECT_EQ(error.error, QJsonParseError::NoError) << qPrintable(path);
+        const QJsonDocument doc = QJsonDocument::fromJson(readFile(path));
+        EXPECT_TRUE(doc.isObject()) << qPrintable(path);
         return doc.object();
     }
 
@@ -64,7 +62,6 @@ protected:
         EXPECT_TRUE(QFile::copy(path, copy));
         return copy;
     }
-
     static void cleanAppDir()
     {
         QFile::remove(appDir() + QStringLiteral("/.installed"));

@@ -54,7 +54,6 @@ TEST_F(WorkplaceSettingsTest, CopiesAreIndependentWorkingCopies)
     EXPECT_EQ(copy.value("k"), QVariant(QStringLiteral("v")));
     copy.setValue("k", QStringLiteral("copy"));
     EXPECT_EQ(original->value("k"), QVariant(QStringLiteral("v")));
-    EXPECT_NE(copy.getQSettings(), original->getQSettings());
 
     WorkplaceSettings assigned{QString()};
     assigned = copy;
@@ -73,8 +72,7 @@ TEST_F(WorkplaceSettingsTest, ListingAndFileNames)
     ASSERT_EQ(list.size(), 2);
     EXPECT_EQ(list[0].first, QStringLiteral("a"));
     EXPECT_EQ(list[1].first, QStringLiteral("b"));
-    EXPECT_EQ(list[1].second.absoluteFilePath(), QFileInfo(fileOf("b")).absoluteFilePath());
-    EXPECT_EQ(fileOf("x"), WorkplaceSettings::customDir().absolutePath() + QDir::separator() + "x.json");
+    EXPECT_EQ(list[1].second.absoluteFilePath(), WorkplaceSettings::customDir().absolutePath() + "/b.json");
     EXPECT_EQ(WorkplaceSettings::workplace("x", false).second.filePath(),
               appDir() + "/user_distrib/workplaces/x.json");
     EXPECT_EQ(WorkplaceSettings::fallbackName(), QStringLiteral("default"));
