@@ -23,39 +23,23 @@ QByteArray sample(int size, unsigned seed)
     return data;
 }
 
+// Writes `data` in pieces of `chunk` bytes.
 QByteArray compress(const QByteArray &data, QtIOCompressor::StreamFormat format, int bufferSize,
-                    int chunk = 0)
+                    int chunk = 1 << 30)
 {
     QBuffer out;
     out.open(QIODevice::WriteOnly);
     QtIOCompressor c(&out, 6, bufferSize);
     c.setStreamFormat(format);
     EXPECT_TRUE(c.open(QIODevice::WriteOnly));
-    if (chunk <= 0) {
-        EXPECT_EQ(c.write(data), data.size());
-    } else {
-        for (int i = 0; i < data.size(); i += chunk)
-            EXPECT_EQ(c.write(data.mid(i, chunk)), qMin(chunk, data.size() - i));
-    }
+    for (int i = 0; i < data.size(); i += chunk)
+        EXPECT_EQ(c.write(data.mid(i, chunk)), qMin(chunk, data.size() - i));
     c.close();
     return out.data();
 }
 
-// Reads everything in pieces of varying size, the way QDataStream asks for it.
-QByteArray drain(QIODevice &device, unsigned seed)
-{
-    std::mt19937 rng(seed);
-    QByteArray all;
-    for (int guard = 0; guard < 1000000; ++guard) {
-        QByteArray piece(int(1 + rng() % 9000), Qt::Uninitialized);
-        const qint64 got = device.read(piece.data(), piece.size());
-        if (got <= 0)
-            break;
-        all.append(piece.constData(), int(got));
-    }
-    return all;
-}
-
+// Reads everything back in pieces of varying size, the way QDataStream asks
+// for it.
 QByteArray expand(const QByteArray &packed, QtIOCompressor::StreamFormat format, int bufferSize,
                   unsigned seed = 1)
 {
@@ -65,12 +49,33 @@ QByteArray expand(const QByteArray &packed, QtIOCompressor::StreamFormat format,
     c.setStreamFormat(format);
     if (!c.open(QIODevice::ReadOnly))
         return QByteArray("open failed");
-    return drain(c, seed);
+    std::mt19937 rng(seed);
+    QByteArray all;
+    while (all.size() < (64 << 20)) { // a damaged stream must not go on for ever
+        QByteArray piece(int(1 + rng() % 9000), Qt::Uninitialized);
+        const qint64 got = c.read(piece.data(), piece.size());
+        if (got <= 0)
+            break;
+        all.append(piece.constData(), int(got));
+    }
+    return all;
 }
 
 const QtIOCompressor::StreamFormat kFormats[] = {QtIOCompressor::ZlibFormat,
                                                  QtIOCompressor::GzipFormat,
                                                  QtIOCompressor::RawZipFormat};
+
+// What the gzip program makes of `input` with `arguments`.
+QByteArray gzip(const QStringList &arguments, const QByteArray &input = QByteArray())
+{
+    QProcess process;
+    process.start("gzip", arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(30000) || process.exitCode() != 0)
+        return QByteArray("gzip failed");
+    return process.readAllStandardOutput();
+}
 
 } // namespace
 
@@ -101,8 +106,6 @@ TEST(QtIOCompressor, InteroperatesWithTheGzipProgram)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QByteArray data = sample(200000, 9);
-
-    // Ours to gzip.
     QFile ours(dir.filePath("ours.gz"));
     {
         QtIOCompressor c(&ours, 6, 65500);
@@ -111,23 +114,9 @@ TEST(QtIOCompressor, InteroperatesWithTheGzipProgram)
         ASSERT_EQ(c.write(data), data.size());
     } // the destructor finishes the stream and closes the file it opened
     EXPECT_FALSE(ours.isOpen());
-    QProcess gunzip;
-    gunzip.start("gzip", {"-dc", ours.fileName()});
-    ASSERT_TRUE(gunzip.waitForFinished(30000));
-    EXPECT_EQ(gunzip.exitCode(), 0);
-    EXPECT_TRUE(gunzip.readAllStandardOutput() == data);
-
-    // gzip to ours, at two levels.
-    for (const char *level : {"-1", "-9"}) {
-        QProcess gzip;
-        gzip.start("gzip", {level, "-c"});
-        ASSERT_TRUE(gzip.waitForStarted());
-        gzip.write(data);
-        gzip.closeWriteChannel();
-        ASSERT_TRUE(gzip.waitForFinished(30000));
-        const QByteArray packed = gzip.readAllStandardOutput();
-        EXPECT_TRUE(expand(packed, QtIOCompressor::GzipFormat, 65500) == data) << level;
-    }
+    EXPECT_TRUE(gzip({"-dc", ours.fileName()}) == data);
+    for (const char *level : {"-1", "-9"})
+        EXPECT_TRUE(expand(gzip({level, "-c"}, data), QtIOCompressor::GzipFormat, 65500) == data) << level;
 }
 
 // A stream whose last byte is the last byte of the buffer, with and without
@@ -187,16 +176,10 @@ TEST(QtIOCompressor, DamagedStreamsNeverInventOrHang)
         EXPECT_GT(got, 0);
         EXPECT_TRUE(data.startsWith(whole.left(int(got))));
         EXPECT_EQ(c.read(whole.data(), whole.size()), 0);
-        // Every byte flipped: an error or some output, never a crash.
-        for (int at = 0; at < packed.size(); at += 7) {
-            QByteArray bad = packed;
-            bad[at] = char(bad[at] ^ 0x5a);
-            EXPECT_LE(expand(bad, format, 256, unsigned(at)).size(), data.size() + 65536);
-        }
     }
 }
 
-TEST(QtIOCompressor, OpenRulesAndWarnings)
+TEST(QtIOCompressor, OpenRulesFlushAndErrors)
 {
     WarningCatcher warnings;
     QBuffer buffer;
@@ -227,40 +210,28 @@ TEST(QtIOCompressor, OpenRulesAndWarnings)
     EXPECT_FALSE(m.isOpen());
     EXPECT_TRUE(m.errorString().startsWith(QStringLiteral("Error opening underlying device: ")));
 
-    // A device can be opened again after close, in the other direction.
-    QBuffer again;
-    QtIOCompressor r(&again);
-    ASSERT_TRUE(r.open(QIODevice::WriteOnly));
-    r.write("hello");
-    r.close();
-    ASSERT_TRUE(r.open(QIODevice::ReadOnly));
-    EXPECT_EQ(r.readAll(), QByteArray("hello"));
-}
-
-TEST(QtIOCompressor, FlushBytesAvailableAndWriteErrors)
-{
+    // Flushing ends with the sync marker; zlib is the default format; a
+    // compressor opens again after close, in the other direction.
     QBuffer out;
     QtIOCompressor w(&out);
     ASSERT_TRUE(w.open(QIODevice::WriteOnly));
     w.write(sample(10000, 2));
     w.flush();
-    EXPECT_TRUE(out.data().endsWith(QByteArray::fromHex("0000ffff"))); // the sync marker
+    EXPECT_TRUE(out.data().endsWith(QByteArray::fromHex("0000ffff")));
     w.close();
     EXPECT_TRUE(expand(out.data(), QtIOCompressor::ZlibFormat, 1024) == sample(10000, 2));
-
-    QtIOCompressor r(&out);
-    EXPECT_EQ(r.bytesAvailable(), 0); // not open
-    ASSERT_TRUE(r.open(QIODevice::ReadOnly));
+    EXPECT_EQ(w.bytesAvailable(), 0); // not open
+    ASSERT_TRUE(w.open(QIODevice::ReadOnly));
     char byte;
-    ASSERT_EQ(r.read(&byte, 1), 1);
-    EXPECT_EQ(r.bytesAvailable(), 1); // something, not how much
-    r.readAll();
-    EXPECT_EQ(r.bytesAvailable(), 0);
+    ASSERT_EQ(w.read(&byte, 1), 1);
+    EXPECT_EQ(w.bytesAvailable(), 1); // something, not how much
+    EXPECT_TRUE(QByteArray(1, byte) + w.readAll() == sample(10000, 2));
+    EXPECT_EQ(w.bytesAvailable(), 0);
 
     QFile full(QStringLiteral("/dev/full"));
     ASSERT_TRUE(full.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-    QtIOCompressor c(&full, 6, 64);
-    ASSERT_TRUE(c.open(QIODevice::WriteOnly));
-    EXPECT_EQ(c.write(sample(100000, 4)), -1);
-    EXPECT_TRUE(c.errorString().startsWith(QStringLiteral("Error writing to underlying device: ")));
+    QtIOCompressor f(&full, 6, 64);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    EXPECT_EQ(f.write(sample(100000, 4)), -1);
+    EXPECT_TRUE(f.errorString().startsWith(QStringLiteral("Error writing to underlying device: ")));
 }
