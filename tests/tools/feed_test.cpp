@@ -30,28 +30,21 @@ FeedOptions smallRun()
     return options;
 }
 
-QStringList args(std::initializer_list<const char *> list)
-{
-    QStringList result { QStringLiteral("tabledb-feed") };
-    for (const char *arg : list)
-        result.append(QString::fromUtf8(arg));
-    return result;
-}
-
 } // namespace
 
 TEST(FeedOptions, ReadsEveryOptionAndRejectsBadValues)
 {
     FeedOptions options;
     QString error;
-    ASSERT_EQ(FeedOptions::parse(args({ "--instruments", "10", "--orders=20", "--seconds", "1.5",
-                                        "--seed", "99", "--data", "/tmp/x", "--compress",
-                                        "--threads", "3", "--quiet", "--summary-json", "s.json" }),
+    ASSERT_EQ(FeedOptions::parse({ "tabledb-feed", "--instruments", "10", "--orders=20", "--transactions", "5",
+                                   "--seconds", "1.5", "--seed", "99", "--data", "/tmp/x", "--compress",
+                                   "--threads", "3", "--quiet", "--summary-json", "s.json" },
                                  &options, &error),
               FeedOptions::Run)
             << error.toStdString();
     EXPECT_EQ(options.instruments, 10);
     EXPECT_EQ(options.orders, 20);
+    EXPECT_EQ(options.transactions, 5);
     EXPECT_DOUBLE_EQ(options.seconds, 1.5);
     EXPECT_EQ(options.seed, 99u);
     EXPECT_EQ(options.dataDir, QStringLiteral("/tmp/x"));
@@ -62,7 +55,7 @@ TEST(FeedOptions, ReadsEveryOptionAndRejectsBadValues)
 
     const struct
     {
-        std::initializer_list<const char *> arguments;
+        QStringList arguments;
         const char *mentions;
     } bad[] = {
         { { "--instruments", "0" }, "--instruments" },
@@ -76,10 +69,11 @@ TEST(FeedOptions, ReadsEveryOptionAndRejectsBadValues)
     };
     for (const auto &c : bad) {
         FeedOptions rejected;
-        EXPECT_EQ(FeedOptions::parse(args(c.arguments), &rejected, &error), FeedOptions::Error);
+        EXPECT_EQ(FeedOptions::parse(QStringList { "tabledb-feed" } + c.arguments, &rejected, &error),
+                  FeedOptions::Error);
         EXPECT_TRUE(error.contains(QLatin1String(c.mentions))) << error.toStdString();
     }
-    EXPECT_EQ(FeedOptions::parse(args({ "--help" }), &options, &error), FeedOptions::HelpShown);
+    EXPECT_EQ(FeedOptions::parse({ "tabledb-feed", "--help" }, &options, &error), FeedOptions::HelpShown);
     EXPECT_TRUE(error.contains(QLatin1String("--transactions")));
 }
 

@@ -41,16 +41,15 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(m_dir.isValid());
-        Table table(QStringLiteral("Quotes"));
-        table.addColumn(QStringLiteral("id"), FieldType::Integer, 0, false, QStringLiteral("Id"));
-        table.addColumn(QStringLiteral("volume"), FieldType::Integer64);
-        table.addColumn(QStringLiteral("ratio"), FieldType::Double);
-        table.addColumn(QStringLiteral("price"), FieldType::Decimal, 2);
-        table.addColumn(QStringLiteral("turnover"), FieldType::XDecimal, 4);
-        table.addColumn(QStringLiteral("code"), FieldType::VarChar, 8);
-        table.addColumn(QStringLiteral("time"), FieldType::DateTime);
-        table.addColumn(QStringLiteral("note"), FieldType::String, 0, true, QStringLiteral("Заметка"),
-                        false);
+        Table table("Quotes");
+        table.addColumn("id", FieldType::Integer, 0, false, "Id");
+        table.addColumn("volume", FieldType::Integer64);
+        table.addColumn("ratio", FieldType::Double);
+        table.addColumn("price", FieldType::Decimal, 2);
+        table.addColumn("turnover", FieldType::XDecimal, 4);
+        table.addColumn("code", FieldType::VarChar, 8);
+        table.addColumn("time", FieldType::DateTime);
+        table.addColumn("note", FieldType::String, 0, true, QStringLiteral("Заметка"), false);
         const struct
         {
             int id;
@@ -58,10 +57,8 @@ protected:
             double ratio;
             const char *price, *turnover, *code, *time, *note;
         } rows[] = {
-            { 1, 9007199254740993LL, 0.5, "271.35", "12345.6789", "SBER", "2026.11.20 10:00:00.125",
-              "plain" },
-            { 2, -7, -1.25, "-0.01", "0.0001", "GA,ZP", "2026.11.20 10:00:01.500",
-              "say \"hi\"" },
+            { 1, 9007199254740993LL, 0.5, "271.35", "12345.6789", "SBER", "2026.11.20 10:00:00.125", "plain" },
+            { 2, -7, -1.25, "-0.01", "0.0001", "GA,ZP", "2026.11.20 10:00:01.500", "say \"hi\"" },
             { 3, 0, 0, nullptr, nullptr, " X ", nullptr, nullptr },
         };
         {
@@ -72,23 +69,23 @@ protected:
                 row.data(1) = r.volume;
                 row.data(2) = r.ratio;
                 if (r.price)
-                    row.data(3) = decimal::fromString(QString::fromLatin1(r.price));
+                    row.data(3) = decimal::fromString(r.price);
                 if (r.turnover)
-                    row.data(4) = xdecimal::fromString(QString::fromLatin1(r.turnover));
-                row.data(5) = QString::fromLatin1(r.code);
+                    row.data(4) = xdecimal::fromString(r.turnover);
+                row.data(5) = QString(r.code);
                 if (r.time)
-                    row.data(6) = datetime(QString::fromLatin1(r.time));
+                    row.data(6) = datetime(r.time);
                 if (r.note)
-                    row.data(7) = QString::fromUtf8(r.note);
+                    row.data(7) = QString(r.note);
                 row.append();
             }
         }
         TableIO(&table).write(QDir(m_dir.path()));
-        m_file = m_dir.filePath(QStringLiteral("Quotes"));
+        m_file = m_dir.filePath("Quotes");
         ASSERT_TRUE(QFile::exists(m_file));
     }
 
-    QString path(const char *name) const { return m_dir.filePath(QString::fromLatin1(name)); }
+    QString path(const char *name) const { return m_dir.filePath(name); }
 
     QTemporaryDir m_dir;
     QString m_file;
