@@ -61,27 +61,30 @@ QString shown(const Field &f)
     return f.isNull() ? QStringLiteral("<NULL>") : f.toString();
 }
 
+// Writes a value into a cell of a row and tells the outcome.
+using Writer = std::function<QString(Record &, int)>;
+const Writer leaveNull = [](Record &, int) { return QString(); };
+
 template <typename V>
-QString writeOutcome(Record &row, int column, const V &value)
+Writer writer(V value)
 {
-    return outcome([&] {
-        Field f = row.data(column);
-        f = value;
-        return shown(f);
-    });
+    return [value](Record &row, int column) {
+        return outcome([&] {
+            Field f = row.data(column);
+            f = value;
+            return shown(f);
+        });
+    };
 }
 
-struct WriteRow
+// Two sources that must convert alike: the outcome both give.
+Writer alike(Writer a, Writer b)
 {
-    const char *source;
-    std::function<QString(Record &, int)> write;
-    const char *expected[9]; // I, I64, D, DEC, XD, VC, DT, S, BL
-};
-
-template <typename V>
-std::function<QString(Record &, int)> writer(V value)
-{
-    return [value](Record &row, int column) { return writeOutcome(row, column, value); };
+    return [a, b](Record &row, int column) {
+        const QString x = a(row, column);
+        const QString y = b(row, column);
+        return x == y ? x : x + QStringLiteral(" | ") + y;
+    };
 }
 
 boardlist sampleBoard()
@@ -92,7 +95,12 @@ boardlist sampleBoard()
 TEST(FieldAssign, ConversionTableOfEverySourceAndTarget)
 {
     const datetime when(2024, 1, 2, 3, 4, 5, 6);
-    const WriteRow rows[] = {
+    const struct
+    {
+        const char *source;
+        Writer write;
+        const char *expected[9]; // I, I64, D, DEC, XD, VC, DT, S, BL
+    } rows[] = {
         { "int", writer(42),
           { "=42", "=42", "=42", "=42.00", "=42.000", "=42", "E:Can't convert from Integer to DateTime", "=42",
             "E:Can't convert from Integer to BoardList" } },
@@ -115,18 +123,12 @@ TEST(FieldAssign, ConversionTableOfEverySourceAndTarget)
         { "xdecimal", writer(xdecimal(QStringLiteral("123.456"))),
           { "=123", "=123", "=123.456", "=1234.56", "=123.456", "=123.456",
             "E:Can't convert from decimal to datetime.", "=123.456", "E:Can't convert from Decimal to BoardList" } },
-        { "datetime", writer(when),
+        { "datetime, QDateTime",
+          alike(writer(when), writer(QDateTime(QDate(2024, 1, 2), QTime(3, 4, 5, 6), Qt::UTC))),
           { "E:Can't convert from DateTime to Integer", "E:Can't convert from DateTime to Integer64",
             "E:Can't convert from DateTime to Double", "E:Can't convert from DateTime to Decimal",
             "E:Can't convert from DateTime to XDecimal", "=2024.01.", "=2024.01.02 03:04:05.006",
             "=2024.01.02 03:04:05.006", "E:Can't convert from DateTime to BoardList" } },
-        { "QDateTime", writer(QDateTime(QDate(2024, 1, 2), QTime(3, 4, 5, 6), Qt::UTC)),
-          { "E:Can't convert from DateTime to Integer", "E:Can't convert from DateTime to Integer64",
-            "E:Can't convert from DateTime to Double", "E:Can't convert from DateTime to Decimal",
-            "E:Can't convert from DateTime to XDecimal", "=2024.01.", "=2024.01.02 03:04:05.006",
-            "=2024.01.02 03:04:05.006", "E:Can't convert from DateTime to BoardList" } },
-        { "invalid QDateTime", writer(QDateTime()),
-          { "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>" } },
         { "QChar", writer(QChar(u'x')),
           { "E:Can't convert from VarChar to Integer", "E:Can't convert from VarChar to Integer64",
             "E:Can't convert from VarChar to Double", "E:Can't convert from VarChar to Decimal",
@@ -147,11 +149,11 @@ TEST(FieldAssign, ConversionTableOfEverySourceAndTarget)
           { "E:Can't convert from 'abc'' to Integer", "E:Can't convert from 'abc'' to Integer64",
             "E:Can't convert from 'abc'' to Double", nullptr, nullptr, "=abc", "=", "=abc",
             "E:Can't convert from VarChar to BoardList" } },
-        { "QString empty", writer(QString()),
+        { "invalid QDateTime, empty QString", alike(writer(QDateTime()), writer(QString())),
           { "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>", "=<NULL>" } },
     };
     auto table = makeTable();
-    for (const WriteRow &r : rows) {
+    for (const auto &r : rows) {
         for (int column = I; column <= BL; ++column) {
             SCOPED_TRACE(std::string(r.source) + " -> " + table->columnName(column).toStdString());
             Record row(table.get());
@@ -168,7 +170,7 @@ TEST(FieldAssign, FailedWritesLeaveCellAndBitAlone)
 {
     auto table = makeTable();
     Record row(table.get());
-    EXPECT_EQ(writeOutcome(row, INN, QString()), QStringLiteral("E:Can't convert from ''' to Integer"));
+    EXPECT_EQ(writer(QString())(row, INN), QStringLiteral("E:Can't convert from ''' to Integer"));
     EXPECT_EQ(row.data(INN).asInteger(), 0);
     Field i = row.data(I);
     EXPECT_THROW(i = QStringLiteral("12x"), Exception);
@@ -213,33 +215,7 @@ TEST(FieldAssign, FieldToFieldCopiesNullAndConvertsAcrossTypes)
     EXPECT_TRUE(b.data(DEC).asDecimal().isEqual(decimal(15000, 4)));
 }
 
-TEST(FieldAssign, VariantRoundTripForEveryType)
-{
-    auto table = makeTable();
-    Record a(table.get());
-    Record b(table.get());
-    a.data(I) = -5;
-    a.data(I64) = int64(1) << 40;
-    a.data(D) = 0.125;
-    a.data(DEC) = decimal(-31415, 2);
-    a.data(XD) = xdecimal(QStringLiteral("-2.718"));
-    a.data(VC) = QStringLiteral("héllo");
-    a.data(DT) = datetime(1999, 12, 31, 23, 59, 58, 7);
-    a.data(S) = QStringLiteral("pooled");
-    a.data(BL) = sampleBoard();
-    for (int column = I; column <= BL; ++column) {
-        SCOPED_TRACE(table->columnName(column).toStdString());
-        b.data(column) = a.data(column).toVariant();
-        EXPECT_FALSE(b.data(column).isNull());
-        EXPECT_EQ(b.data(column).compare(a.data(column)), 0);
-        EXPECT_EQ(b.data(column).toString(), a.data(column).toString());
-    }
-    EXPECT_FALSE(Record(table.get()).data(I).toVariant().isValid());
-    EXPECT_EQ(outcome([&] { b.data(DT) = QVariant(5); return QString(); }),
-              QStringLiteral("E:Can't convert from BoardList to DateTime"));
-}
-
-TEST(FieldRead, ConvertingReadsAcceptOnlyTheirTypes)
+TEST(FieldRead, ConvertingReadsAndVariantRoundTrip)
 {
     auto table = makeTable();
     Record row(table.get());
@@ -260,6 +236,7 @@ TEST(FieldRead, ConvertingReadsAcceptOnlyTheirTypes)
         const char *expected[9];
     };
     const char *no = "E:Incorrect type conversion.";
+    const char *nt = "S:Incorrect type of field.";
     const Read reads[] = {
         { "toInteger", [](const Field &f) { return QString::number(f.toInteger()); },
           { "=3", "=2147483647", no, no, no, no, no, no, no } },
@@ -278,6 +255,16 @@ TEST(FieldRead, ConvertingReadsAcceptOnlyTheirTypes)
           { no, no, no, no, no, no, "=2021-04-05", no, no } },
         { "toBoardlist", [](const Field &f) { return f.toBoardlist().toString(); },
           { no, no, no, no, no, no, no, no, "=1:2,3 4:5" } },
+        // A character only from a VarChar[1] or a String of one character.
+        { "toChar", [](const Field &f) { return QString(f.toChar()); },
+          { nt, nt, nt, nt, nt, "S:String length is not 1 for QChar: 8.", nt,
+            "S:String length is not 1 for QChar: 10.", nt } },
+        { "asStaticString",
+          [](const Field &f) {
+              const StaticString view = f.asStaticString(); // a deep copy, as the view goes
+              return QString(view.string().constData(), view.size());
+          },
+          { nt, nt, nt, nt, nt, "=junk", nt, nt, nt } },
     };
     Record nulls(table.get());
     for (const Read &r : reads) {
@@ -288,6 +275,16 @@ TEST(FieldRead, ConvertingReadsAcceptOnlyTheirTypes)
             EXPECT_EQ(outcome([&] { return r.read(nulls.data(column)); }).left(1), QStringLiteral("="));
         }
     }
+    for (int column = I; column <= BL; ++column) {
+        SCOPED_TRACE(table->columnName(column).toStdString());
+        nulls.data(column) = row.data(column).toVariant();
+        EXPECT_FALSE(nulls.data(column).isNull());
+        EXPECT_EQ(nulls.data(column).compare(row.data(column)), 0);
+        EXPECT_EQ(nulls.data(column).toString(), row.data(column).toString());
+    }
+    EXPECT_FALSE(Record(table.get()).data(I).toVariant().isValid());
+    EXPECT_EQ(outcome([&] { nulls.data(DT) = QVariant(5); return QString(); }),
+              QStringLiteral("E:Can't convert from BoardList to DateTime"));
 }
 
 TEST(FieldRead, CharStaticStringAndTextForms)
@@ -298,35 +295,18 @@ TEST(FieldRead, CharStaticStringAndTextForms)
     const int c = table->columnIndex(QStringLiteral("c"));
     row.data(c) = QChar(u'Z');
     EXPECT_EQ(row.data(c).toChar(), QChar(u'Z'));
-    row.data(VC) = QStringLiteral("ab");
-    EXPECT_EQ(outcome([&] { return QString(row.data(VC).toChar()); }),
-              QStringLiteral("S:String length is not 1 for QChar: 8."));
-    row.data(S) = QStringLiteral("xyz");
-    EXPECT_EQ(outcome([&] { return QString(row.data(S).toChar()); }),
-              QStringLiteral("S:String length is not 1 for QChar: 3."));
     row.data(S) = QStringLiteral("q");
     EXPECT_EQ(row.data(S).toChar(), QChar(u'q'));
-    row.data(I) = 1;
-    EXPECT_EQ(outcome([&] { return QString(row.data(I).toChar()); }), QStringLiteral("S:Incorrect type of field."));
-
+    // The static view reads the cell in place.
+    row.data(VC) = QStringLiteral("ab");
     const StaticString view = row.data(VC).asStaticString();
-    EXPECT_EQ(view.string(), QStringLiteral("ab"));
     EXPECT_EQ(reinterpret_cast<const unsigned char *>(view.string().constData()), row.data(VC).data());
-    EXPECT_EQ(outcome([&] { return row.data(S).asStaticString().string(); }),
-              QStringLiteral("S:Incorrect type of field."));
 
     row.data(BL) = sampleBoard();
     EXPECT_EQ(row.data(BL).toString(), QStringLiteral("[BoardList]"));
     EXPECT_EQ(row.data(BL).toSystemString(), QStringLiteral("1:2,3 4:5"));
     EXPECT_EQ(row.data(BL).typeName(), QStringLiteral("undefined"));
     EXPECT_EQ(row.data(S).typeName(), QStringLiteral("String"));
-
-    row.data(XD) = xdecimal(QStringLiteral("1.5"));
-    row.data(DT) = datetime(2001, 2, 3, 4, 5, 6, 7);
-    const QString dump = row.dump(true);
-    EXPECT_TRUE(dump.contains(QStringLiteral("xd=1.500 "))) << dump.toStdString();
-    EXPECT_TRUE(dump.contains(QStringLiteral("dt=2001.02.03 04:05:06.007 "))) << dump.toStdString();
-    EXPECT_FALSE(dump.contains(QStringLiteral("i64="))) << dump.toStdString();
 }
 
 TEST(FieldTypeAccess, DecimalCellsReadAtTheColumnScale)
@@ -359,9 +339,6 @@ TEST(FieldTypeAccess, StringsShareTheTablesPool)
     EXPECT_EQ(b.data(S).toString(), QStringLiteral("ab"));
     EXPECT_EQ(table->stringPoolSize(), 2u);
 }
-
-using Writer = std::function<QString(Record &, int)>;
-const Writer leaveNull = [](Record &, int) { return QString(); };
 
 // Rows: a cell of a, a cell of b, a.compare(b) and what a.isEqual(b) gives.
 TEST(FieldOrder, CompareAndIsEqualDisagreeWhereRequired)

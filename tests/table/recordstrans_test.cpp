@@ -114,27 +114,26 @@ TEST_F(TransMerge, Matrix)
     }
 }
 
-TEST_F(TransMerge, UpdatersOfOneKeyShareOneClone)
+TEST_F(TransMerge, UpdaterOnEachPendingState)
 {
-    RecordsTrans trans(table.get());
+    // A stored row: writes go to one clone that every updater of the key shares.
     {
-        RecordUpdater a(stored, trans);
-        EXPECT_TRUE(a.isFound());
-        EXPECT_NE(static_cast<const Record &>(a), stored) << "writes go to a clone";
-        FieldType::setInt(a.data(1).data(), 11);
-        RecordUpdater b(rowFor(Insert, 0), trans); // another block, same key
-        EXPECT_EQ(b.rowPtr(), a.rowPtr());
-        FieldType::setInt(b.data(1).data(), valueOf(b) + 1);
+        RecordsTrans trans(table.get());
+        {
+            RecordUpdater a(stored, trans);
+            EXPECT_TRUE(a.isFound());
+            EXPECT_NE(static_cast<const Record &>(a), stored);
+            FieldType::setInt(a.data(1).data(), 11);
+            RecordUpdater b(rowFor(Insert, 0), trans); // another block, same key
+            EXPECT_EQ(b.rowPtr(), a.rowPtr());
+            FieldType::setInt(b.data(1).data(), valueOf(b) + 1);
+        }
+        EXPECT_EQ(trans.updateList(), QList<Record>() << stored);
+        ASSERT_EQ(trans.changeList().size(), 1);
+        EXPECT_EQ(valueOf(trans.changeList().first()), 12);
+        EXPECT_EQ(valueOf(stored), 10);
+        trans.clear();
     }
-    EXPECT_EQ(trans.updateList(), QList<Record>() << stored);
-    ASSERT_EQ(trans.changeList().size(), 1);
-    EXPECT_EQ(valueOf(trans.changeList().first()), 12);
-    EXPECT_EQ(valueOf(stored), 10);
-    trans.clear();
-}
-
-TEST_F(TransMerge, UpdaterOnPendingStates)
-{
     // An insert that the table has not seen, then removed again: nothing remains.
     {
         RecordsTrans trans(table.get());

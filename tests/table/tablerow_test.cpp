@@ -1,18 +1,16 @@
-// Row blocks: layout, initial content, copies, null bits and reference counts.
+// Row blocks and the Record handle: layout, initial content, copies, null
+// bits, reference counts and lookup through the master index.
 
-#include "table/table.h"
+#include "tabletestsupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
+#include <type_traits>
+#include <utility>
 
 namespace {
-
-void setInt64(const Record &r, int column, int64 value)
-{
-    FieldType::setInt64(r.data(column).data(), value);
-    r.data(column).clearNull();
-}
 
 QString &stringCell(const Record &r, int column)
 {
@@ -80,10 +78,9 @@ TEST(TableRow, CopySharesStringsAndKeepsToTheColumnRange)
     t.addColumn(QStringLiteral("v"), FieldType::VarChar, 3);
     Record dst(&t);
     Record src(&t);
-    stringCell(src, 0) = QStringLiteral("shared text");
-    src.data(0).clearNull();
+    src.data(0) = QStringLiteral("shared text");
     for (int i = 1; i < 5; ++i)
-        setInt64(src, i, 100 + i);
+        src.data(i) = int64(100 + i);
     FieldType::stringToVarChar(src.data(5).data(), 3, QStringLiteral("xyz")); // still NULL
     const QString text = stringCell(src, 0);
 
@@ -151,8 +148,7 @@ TEST(TableRow, ReferenceCountingAndDump)
     t.addColumn(QStringLiteral("id"), FieldType::Integer);
     t.addColumn(QStringLiteral("qty"), FieldType::Integer);
     Record a(&t);
-    FieldType::setInt(a.data(0).data(), 5);
-    a.data(0).clearNull();
+    a.data(0) = 5;
     {
         Record b = a;
         Record c;
@@ -177,4 +173,50 @@ TEST(TableRow, ReferenceCountingAndDump)
     EXPECT_EQ(a.dump(true), QStringLiteral("Orders:(ptr:0x%1 ref:1) { id=5 }").arg(address));
     EXPECT_FALSE(Record());
     EXPECT_EQ(Record().dump(), QStringLiteral("{ NULL }"));
+}
+
+// The master index decides membership, key text and lookup by key.
+TEST(Record, MasterIndexAnswersForTheRow)
+{
+    std::unique_ptr<Table> table(makeKeyedTable());
+    for (int key : { 3, 1, 2 })
+        makeRow(table.get(), key, key * 10).append();
+    const Record two(table.get(), QStringLiteral("2"));
+    ASSERT_FALSE(two.isNull());
+    EXPECT_EQ(valueOf(two), 20);
+    EXPECT_TRUE(two.inTable());
+    EXPECT_EQ(two.toString(), QStringLiteral("2"));
+    EXPECT_TRUE(Record(table.get(), QStringLiteral("9")).isNull());
+    EXPECT_TRUE(Record(table.get(), QString()).isNull()) << "an empty key finds nothing";
+    // This index looks rows up by identity: a clone has the key but is not in the table.
+    EXPECT_FALSE(two.clone().inTable());
+    EXPECT_EQ(two.clone().toString(), QStringLiteral("2"));
+
+    // A Record is a handle: const on the handle does not make the shared row const.
+    static_assert(std::is_same<decltype(std::declval<const Record &>().data(0)), Field>::value,
+                  "const Record::data(int) gives a writable Field");
+    static_assert(std::is_same<decltype(std::declval<const Record &>().data(QString())), Field>::value,
+                  "const Record::data(const QString &) gives a writable Field");
+    two.data(QStringLiteral("value")) = 21;
+    EXPECT_EQ(valueOf(table->at(1)), 21);
+
+    two.remove();
+    EXPECT_FALSE(two.inTable());
+    EXPECT_EQ(valueOf(two), 21) << "a removed row stays valid for its holders";
+    EXPECT_TRUE(Record(table.get(), QStringLiteral("2")).isNull());
+    EXPECT_FALSE(Record().inTable());
+    EXPECT_EQ(Record().toString(), QString());
+
+    // Without a key there is no key text, and every row equals the blank key
+    // row, so the first one is found for any key.
+    Table log(QStringLiteral("Log"));
+    log.addColumn(QStringLiteral("n"), FieldType::Integer);
+    for (int n : { 5, 3 }) {
+        Record r(&log);
+        r.data(0) = n;
+        r.append();
+    }
+    EXPECT_TRUE(log.at(1).inTable());
+    EXPECT_EQ(log.at(1).toString(), QString());
+    EXPECT_EQ(Record(&log, QStringLiteral("3")), log.at(0));
 }
