@@ -66,7 +66,6 @@ TEST(TableRow, InitialContentPerType)
     EXPECT_EQ(std::memcmp(r.data(2).data(), zeroX, 16), 0);
     EXPECT_FALSE(r.data(3).isNull());
     EXPECT_EQ(stringCell(r, 3), QString());
-    EXPECT_EQ(r.data(QStringLiteral("nn")).data(), r.data(1).data());
 }
 
 TEST(TableRow, CopySharesStringsAndKeepsToTheColumnRange)
