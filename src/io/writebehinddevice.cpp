@@ -44,24 +44,23 @@ void WriteBehindDevice::run()
             if (m_blocks.size() == maxBlocks - 1) // the writer may be waiting for room
                 m_changed.notify_all();
         }
-        const bool ok = m_target->write(block) == block.size();
-        written += block.size();
-        block.resize(0); // keeps its reserved capacity
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            m_spare.push_back(std::move(block));
-        }
-        if (ok && fd >= 0 && written - startedBack >= writebackBytes && m_target->flush()) {
-            ::sync_file_range(fd, startedBack, written - startedBack, SYNC_FILE_RANGE_WRITE);
-            startedBack = written;
-        }
-        if (!ok) {
+        if (m_target->write(block) != block.size()) {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_failed = true;
             m_error = m_target->errorString();
             m_blocks.clear();
             m_changed.notify_all();
             return;
+        }
+        written += block.size();
+        block.resize(0); // keeps its reserved capacity
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_spare.push_back(std::move(block));
+        }
+        if (fd >= 0 && written - startedBack >= writebackBytes && m_target->flush()) {
+            ::sync_file_range(fd, startedBack, written - startedBack, SYNC_FILE_RANGE_WRITE);
+            startedBack = written;
         }
     }
 }
