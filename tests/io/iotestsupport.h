@@ -5,11 +5,11 @@
 #include "numeric/decimal.h"
 #include "numeric/xdecimal.h"
 #include "table/table.h"
+#include "support/files.h"
 #include "table/tabletestsupport.h"
 
 #include <QByteArray>
 #include <QDataStream>
-#include <QFile>
 #include <QtEndian>
 
 #include <gtest/gtest.h>
@@ -126,18 +126,6 @@ inline QByteArray writeTable(Table *t, bool withRows = true)
     QDataStream out(&bytes, QIODevice::WriteOnly);
     TableIO(t).write(out, withRows);
     return bytes;
-}
-
-inline QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-inline bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
 // Runs `work` in a child process, killed after `killAfterMicroseconds` if that

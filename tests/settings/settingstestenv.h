@@ -1,6 +1,8 @@
 #ifndef TABLEDB_TESTS_SETTINGS_SETTINGSTESTENV_H
 #define TABLEDB_TESTS_SETTINGS_SETTINGSTESTENV_H
 
+#include "support/files.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -35,17 +37,10 @@ protected:
     static QString appDir() { return QCoreApplication::applicationDirPath(); }
     QString homePath() const { return m_home.path(); }
 
+    // Asserts, for the many fixtures that write files in passing.
     static void writeFile(const QString &path, const QByteArray &content)
     {
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        ASSERT_EQ(file.write(content), content.size());
-    }
-    static QByteArray readFile(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        ASSERT_TRUE(::writeFile(path, content)) << qPrintable(path);
     }
     static QJsonObject readJson(const QString &path)
     {
