@@ -24,7 +24,7 @@ public:
     ~IndexList() override;
 
     int count() const override { return m_list.count(); }
-    // A position out of range gives an empty Record. Costs one step per block.
+    // A position out of range gives an empty Record. O(log blocks).
     const Record &at(int index) const { return m_list.at(index); }
     PartitionList<Record>::const_iterator begin() const override { return m_list.begin(); }
     PartitionList<Record>::const_iterator end() const override { return m_list.end(); }

@@ -2,15 +2,69 @@
 
 #include "index/concurrentsort.h"
 #include "index/indexsort_p.h"
+#include "index/masterindex.h"
+#include "table/table.h"
 
 #include <QMessageLogger>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
+#include <vector>
 
 namespace {
 
 typedef PartitionList<Record>::const_iterator ConstIterator;
+
+// A row with its key prefix, for the sorts of whole lists and batches.
+struct KeyedRow
+{
+    quint64 key;
+    Record row;
+};
+
+// An IndexSort whose virtual members are all IndexSort's own where IndexSort
+// has one: the reference for telling whether another object overrides them.
+class PlainIndexSort final : public IndexSort
+{
+public:
+    PlainIndexSort() : IndexSort(static_cast<Table *>(nullptr), false) { }
+    int compare(const Record &, const Record &) const override { return 0; }
+};
+
+// The function that a virtual call of `member` on `object` reaches, read from
+// the object's virtual table as the Itanium C++ ABI lays it out; null where
+// that layout is not known to hold.
+template <typename Member>
+const void *finalOverrider(const IndexSort *object, Member member)
+{
+#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__))
+    struct Representation
+    {
+        std::ptrdiff_t ptr; // 1 + offset in the virtual table, for a virtual member
+        std::ptrdiff_t adj;
+    } m;
+    static_assert(sizeof(member) == sizeof(m), "Itanium member function pointers");
+    std::memcpy(&m, &member, sizeof m);
+    if (!(m.ptr & 1))
+        return nullptr;
+    const char *self = reinterpret_cast<const char *>(object) + m.adj;
+    const char *table = *reinterpret_cast<const char *const *>(self);
+    return *reinterpret_cast<const void *const *>(table + m.ptr - 1);
+#else
+    Q_UNUSED(object);
+    Q_UNUSED(member);
+    return nullptr;
+#endif
+}
+
+template <typename Member>
+bool isOwn(const IndexSort *object, Member member)
+{
+    static const PlainIndexSort plain;
+    const void *f = finalOverrider(object, member);
+    return f && f == finalOverrider(&plain, member);
+}
 
 } // namespace
 
@@ -31,13 +85,88 @@ QString IndexSort::getClassName() const
     return QStringLiteral("IndexSort");
 }
 
-std::pair<int, ConstIterator> IndexSort::bound(const Record &record, bool upper) const
+IndexSort::KeyPrefixKind IndexSort::keyPrefixKind() const
 {
+    return NoKeyPrefix;
+}
+
+quint64 IndexSort::keyPrefix(const Record &) const
+{
+    return 0;
+}
+
+quint64 IndexSort::prefixOf(double value)
+{
+    // IEEE order: flip all bits of negatives, the sign bit of the rest. NaN
+    // and -0 are left to compare().
+    quint64 bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return (bits >> 63) ? ~bits : bits ^ (quint64(1) << 63);
+}
+
+quint64 IndexSortPrivate::prefixOfRow(const void *index, const Record &row)
+{
+    return static_cast<const IndexSort *>(index)->keyPrefix(row);
+}
+
+bool IndexSortPrivate::isOwnAdd(const IndexSort *index)
+{
+    return isOwn(index, &IndexSort::add);
+}
+
+bool IndexSortPrivate::isOwnResort(const IndexSort *index)
+{
+    return isOwn(index, &IndexSort::resort);
+}
+
+void IndexSort::checkKeyPrefix()
+{
+    if (d->prefixChecked)
+        return;
+    d->prefixChecked = true;
+    const KeyPrefixKind kind = keyPrefixKind();
+    if (kind == NoKeyPrefix)
+        return;
+    d->exact = kind == ExactKeyPrefix;
+    m_list.setKeyFunction(&IndexSortPrivate::prefixOfRow, this);
+}
+
+int IndexSort::compareKeyed(quint64 ka, const Record &a, quint64 kb, const Record &b) const
+{
+    if (ka != kb)
+        return ka < kb ? -1 : 1;
+    return d->exact ? 0 : compare(a, b);
+}
+
+quint64 IndexSort::keyAt(ConstIterator it) const
+{
+    return m_list.hasKeys() ? PartitionList<Record>::key(it) : 0;
+}
+
+quint64 IndexSort::prefixNow(const Record &row) const
+{
+    return m_list.hasKeys() ? keyPrefix(row) : 0;
+}
+
+std::pair<int, ConstIterator> IndexSort::bound(const Record &record, bool upper, int from) const
+{
+    int lo = from;
+    int hi = count();
+    ConstIterator loIt;
+    if (m_list.hasKeys()) {
+        // The prefixes narrow the search to the rows of an equal prefix.
+        const quint64 key = keyPrefix(record);
+        const auto first = m_list.keyBound(key, false, from);
+        if (d->exact)
+            return upper ? m_list.keyBound(key, true, first.first) : first;
+        lo = first.first;
+        loIt = first.second;
+        hi = m_list.keyBound(key, true, lo).first;
+    } else {
+        loIt = m_list.iteratorAt(lo);
+    }
     // A binary search that carries its iterator along, so that no step walks
     // the blocks from the start again.
-    int lo = 0;
-    int hi = count();
-    ConstIterator loIt = begin();
     while (lo < hi) {
         const int mid = lo + ((hi - lo) >> 1);
         const ConstIterator midIt = loIt + (mid - lo);
@@ -62,14 +191,26 @@ ConstIterator IndexSort::lowerBound(const Record &record) const
     return bound(record, false).second;
 }
 
-int IndexSort::searchFirst(const Record &record, int from) const
+int IndexSort::searchFirst(const Record &record, int from, bool byPrefix) const
 {
     int lo = qMax(from + 1, 0);
     int hi = count();
     int result = -1;
     if (lo >= hi)
         return -1;
-    ConstIterator loIt = begin() + lo;
+    ConstIterator loIt;
+    if (byPrefix && m_list.hasKeys()) {
+        const quint64 key = keyPrefix(record);
+        const auto first = m_list.keyBound(key, false, lo);
+        if (d->exact)
+            return first.first < hi && PartitionList<Record>::key(first.second) == key ? first.first
+                                                                                      : -1;
+        lo = first.first;
+        loIt = first.second;
+        hi = m_list.keyBound(key, true, lo).first;
+    } else {
+        loIt = m_list.iteratorAt(lo);
+    }
     while (lo < hi) {
         const int mid = lo + ((hi - lo) >> 1);
         const ConstIterator midIt = loIt + (mid - lo);
@@ -99,7 +240,19 @@ int IndexSort::searchLast(const Record &record, int from) const
     int result = -1;
     if (lo >= hi)
         return -1;
-    ConstIterator loIt = begin() + lo;
+    ConstIterator loIt;
+    if (m_list.hasKeys()) {
+        const quint64 key = keyPrefix(record);
+        const auto first = m_list.keyBound(key, false, lo);
+        const int end = m_list.keyBound(key, true, first.first).first;
+        if (d->exact)
+            return end > first.first ? end - 1 : -1;
+        lo = first.first;
+        loIt = first.second;
+        hi = end;
+    } else {
+        loIt = m_list.iteratorAt(lo);
+    }
     while (lo < hi) {
         const int mid = lo + ((hi - lo) >> 1);
         const ConstIterator midIt = loIt + (mid - lo);
@@ -122,7 +275,7 @@ int IndexSort::searchFull(const Record &record, int from) const
     if (start >= count())
         return -1;
     int steps = 0;
-    for (ConstIterator it = begin() + start, e = end(); it != e; ++it, ++steps) {
+    for (ConstIterator it = m_list.iteratorAt(start), e = end(); it != e; ++it, ++steps) {
         if (compare(*it, record) == 0)
             return steps;
     }
@@ -134,35 +287,84 @@ Record IndexSort::find(const Record &record, int from) const
     const int p = searchFirst(record, from);
     if (p == -1)
         return Record();
-    return *(begin() + p);
+    return m_list.at(p);
 }
 
 void IndexSort::add(const Record &record)
 {
+    checkKeyPrefix();
+    if (m_list.hasKeys()) {
+        const quint64 key = keyPrefix(record);
+        m_list.insert(indexOfAdd(record), record, key);
+        return;
+    }
     m_list.insert(indexOfAdd(record), record);
 }
 
 void IndexSort::build()
 {
-    IndexList::build();
+    checkKeyPrefix();
+    if (!IndexSortPrivate::isOwnAdd(this)) {
+        IndexList::build();
+    } else if (m_table) {
+        // Appending in the master's order and one stable sort place every row
+        // where add() would have: behind the rows of its key, in that order.
+        TableLocker locker(m_table);
+        const MasterIndex *master = m_table->masterIndex();
+        if (master && static_cast<const Index *>(master) != this) {
+            const IndexIterative *source = master;
+            for (auto it = source->begin(), end = source->end(); it != end; ++it) {
+                if (filter(*it))
+                    m_list.append(*it);
+            }
+        }
+    }
     resort();
+    // A resort() of a subclass may have moved rows without their prefixes.
+    if (m_list.hasKeys() && !IndexSortPrivate::isOwnResort(this))
+        m_list.refreshKeys();
 }
 
 void IndexSort::resort()
 {
     if (m_list.isEmpty())
         return;
-    ConcurrentSort::sort(m_list.begin(), m_list.end(), LessThan(this));
+    checkKeyPrefix();
+    if (!m_list.hasKeys()) {
+        ConcurrentSort::sort(m_list.begin(), m_list.end(), LessThan(this));
+        return;
+    }
+    // Sorted beside their prefixes, then put back: the rows move, they are not
+    // copied, so no reference is counted.
+    std::vector<KeyedRow> rows;
+    rows.reserve(size_t(m_list.count()));
+    for (auto it = m_list.begin(), e = m_list.end(); it != e; ++it)
+        rows.push_back({ PartitionList<Record>::key(it), std::move(*it) });
+    const bool exact = d->exact;
+    const auto lessThan = [this, exact](const KeyedRow &a, const KeyedRow &b) {
+        if (a.key != b.key)
+            return a.key < b.key;
+        return !exact && compare(a.row, b.row) < 0;
+    };
+    const bool sorted = std::is_sorted(rows.begin(), rows.end(), lessThan);
+    if (!sorted)
+        ConcurrentSort::sort(rows.begin(), rows.end(), lessThan);
+    auto row = rows.begin();
+    for (auto it = m_list.begin(), e = m_list.end(); it != e; ++it, ++row) {
+        *it = std::move(row->row);
+        PartitionList<Record>::setKey(it, row->key);
+    }
 }
 
 int IndexSort::indexOf(const Record &record) const
 {
-    const ConstIterator first = begin();
     const ConstIterator last = end();
-    for (ConstIterator it = lowerBound(record); it != last; ++it) {
+    const quint64 key = prefixNow(record);
+    auto at = bound(record, false);
+    for (ConstIterator it = at.second; it != last; ++it, ++at.first) {
         if (*it == record)
-            return int(it - first);
-        if (compare(*it, record) > 0)
+            return at.first;
+        if (compareKeyed(keyAt(it), *it, key, record) > 0)
             break;
     }
     // The key changed since the row was placed.
@@ -182,6 +384,7 @@ void IndexSort::replace(const Record &record, int p)
 
 void IndexSort::update(const Record &record, int, int, int index)
 {
+    checkKeyPrefix();
     if (!filter(record)) {
         remove(record, -1);
         return;
@@ -191,10 +394,12 @@ void IndexSort::update(const Record &record, int, int, int index)
         p = -1; // a hint outside the list says nothing
     if (p == -1) {
         bool found = false;
-        p = search(record, -1);
+        // The row's own prefix is still the one of its old values, so with
+        // prefixes it is looked for by its values, as compare() sees them.
+        p = m_list.hasKeys() ? searchFirst(record, -1, false) : search(record, -1);
         if (p != -1 && p < count()) {
             const int n = count();
-            for (ConstIterator it = begin() + p;; ++it) {
+            for (ConstIterator it = m_list.iteratorAt(p);; ++it) {
                 if (*it == record) {
                     found = true;
                     break;
@@ -217,15 +422,18 @@ void IndexSort::update(const Record &record, int, int, int index)
             return;
         }
     }
-    const ConstIterator at = begin() + p;
+    const ConstIterator at = m_list.iteratorAt(p);
     if (p != 0 && compare(*(at - 1), record) > 0) {
         replace(record, p);
         return;
     }
-    if (p + 1 >= count())
+    if (p + 1 >= count() || compare(record, *(at + 1)) <= 0) {
+        // Still in its place; its prefix follows its values. A hint is
+        // trusted without a look, so only the row itself takes the prefix.
+        if (m_list.hasKeys() && *at == record)
+            PartitionList<Record>::setKey(at, keyPrefix(record));
         return;
-    if (compare(record, *(at + 1)) <= 0)
-        return; // still in its place
+    }
     replace(record, p);
 }
 
@@ -245,17 +453,33 @@ void IndexSortPrivate::sortByRow(QVector<IndexSortEntry> &entries)
                   entries.end());
 }
 
+void IndexSortPrivate::unmarkRepeated(const QList<Record> &updated, QVector<int> &places)
+{
+    QVector<std::pair<const unsigned char *, int>> rows;
+    rows.reserve(updated.size());
+    for (int i = 0; i < updated.size(); ++i)
+        rows.append({ updated.at(i).rowPtr(), i });
+    std::sort(rows.begin(), rows.end());
+    for (int i = 1; i < rows.size(); ++i) {
+        if (rows.at(i).first == rows.at(i - 1).first) {
+            places[rows.at(i - 1).second] = IndexSortEntry::Unknown;
+            places[rows.at(i).second] = IndexSortEntry::Unknown;
+        }
+    }
+}
+
 int IndexSortPrivate::findByKey(const IndexSort &index, const Record &row)
 {
     // Rows of an equal key are walked only so far: a key shared by a great
     // many rows (an order of arrival) is better served by one walk for all.
     const int maxSteps = 64;
     const ConstIterator last = index.end();
+    const quint64 key = index.prefixNow(row);
     auto at = index.bound(row, false);
     for (int steps = 0; at.second != last && steps < maxSteps; ++steps, ++at.first, ++at.second) {
         if (*at.second == row)
             return at.first;
-        if (index.compare(row, *at.second) != 0)
+        if (index.compareKeyed(key, row, index.keyAt(at.second), *at.second) != 0)
             break;
     }
     return IndexSortEntry::Unknown;
@@ -335,11 +559,13 @@ QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
 void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, int first,
                            int last, const QList<Record> &, const QList<Record> &changed)
 {
+    checkKeyPrefix();
     d->updated.clear();
     d->places.clear();
     if (updated.isEmpty() || unaffectedBy(first, last))
         return;
     d->places.resize(updated.size());
+    bool kept = false;
     for (int i = 0; i < updated.size(); ++i) {
         const Record &row = updated.at(i);
         int place = IndexSortEntry::Unknown;
@@ -347,13 +573,18 @@ void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, 
         // looks for it.
         if (i < changed.size() && changed.at(i) != row) {
             const Record &next = changed.at(i);
-            if (filter(row) && filter(next) && compare(row, next) == 0)
+            const quint64 key = prefixNow(row);
+            if (filter(row) && filter(next) && compareKeyed(key, row, prefixNow(next), next) == 0) {
                 place = IndexSortEntry::Kept;
-            else
+                kept = true;
+            } else {
                 place = IndexSortPrivate::findByKey(*this, row);
+            }
         }
         d->places[i] = place;
     }
+    if (kept)
+        IndexSortPrivate::unmarkRepeated(updated, d->places);
     d->updated = updated;
 }
 
@@ -361,6 +592,8 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
                         int last, const QList<Record> &inserted)
 {
     timer.restart();
+    checkKeyPrefix();
+    const bool keyed = m_list.hasKeys();
 
     // Every removed and updated row once, by identity; a removed row wins.
     QVector<IndexSortEntry> entries;
@@ -408,6 +641,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     // A touched row that passes filter() stays if it is in order with the
     // nearest row kept before it and the first untouched row after its run of
     // touched neighbours: then every kept row is in order with the next one.
+    // A row that stays takes the prefix of its new values.
     RangeSet<int> ranges;
     const int n = count();
     ConstIterator it = begin();
@@ -421,15 +655,25 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         it += a - at;
         at = a;
         const Record *before = a > 0 ? &*(it - 1) : nullptr;
-        const Record *after = b + 1 < n ? &*(it + (b + 1 - a)) : nullptr;
+        quint64 beforeKey = before ? keyAt(it - 1) : 0;
+        const ConstIterator afterIt = it + (b + 1 - a);
+        const Record *after = b + 1 < n ? &*afterIt : nullptr;
+        const quint64 afterKey = after ? keyAt(afterIt) : 0;
         for (int t = i; t <= j; ++t) {
             const int k = touched.at(t).second;
             const IndexSortEntry &e = entries.at(k);
-            const bool stays = e.order >= 0 && passes.at(k)
-                    && (!before || compare(e.row, *before) >= 0)
-                    && (!after || compare(e.row, *after) <= 0);
+            bool stays = e.order >= 0 && passes.at(k);
+            quint64 key = 0;
+            if (stays) {
+                key = prefixNow(e.row);
+                stays = (!before || compareKeyed(key, e.row, beforeKey, *before) >= 0)
+                        && (!after || compareKeyed(key, e.row, afterKey, *after) <= 0);
+            }
             if (stays) {
                 before = &e.row;
+                beforeKey = key;
+                if (keyed)
+                    PartitionList<Record>::setKey(it + (e.position - a), key);
                 continue;
             }
             ranges.add(e.position, e.position + 1);
@@ -453,7 +697,9 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
 
     m_list.removeRanges(ranges);
 
-    if (!pending.isEmpty()) {
+    if (!pending.isEmpty() && keyed) {
+        placeKeyed(pending);
+    } else if (!pending.isEmpty()) {
         const LessThan lessThan(this);
         // Rows often arrive in key order (appends, one key for a whole batch):
         // one pass of compares then spares the sort and its thread hand-off.
@@ -508,4 +754,62 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     m_nsecsElapsed += timer.nsecsElapsed();
     // A second reading on purpose, as in Index::process.
     m_nsecsElapsedTotal += timer.nsecsElapsed();
+}
+
+void IndexSort::placeKeyed(const QList<Record> &pending)
+{
+    // Stable by prefix, then by compare() where prefixes tie: the order that
+    // LessThan gives.
+    std::vector<KeyedRow> rows;
+    rows.reserve(size_t(pending.size()));
+    for (const Record &row : pending)
+        rows.push_back({ keyPrefix(row), row });
+    const bool exact = d->exact;
+    const auto lessThan = [this, exact](const KeyedRow &a, const KeyedRow &b) {
+        if (a.key != b.key)
+            return a.key < b.key;
+        return !exact && compare(a.row, b.row) < 0;
+    };
+    if (!std::is_sorted(rows.begin(), rows.end(), lessThan)) {
+        // Prefix compares are cheap: the pool pays only for large batches.
+        if (rows.size() < (exact ? 16384u : size_t(ConcurrentSort::parallelThreshold)))
+            std::stable_sort(rows.begin(), rows.end(), lessThan);
+        else
+            ConcurrentSort::sort(rows.begin(), rows.end(), lessThan);
+    }
+
+    // Each row's place is its upper bound among the rows that stay, searched
+    // from the previous row's place on.
+    QVector<int> places;
+    QVector<quint64> keys;
+    QList<Record> values;
+    places.reserve(int(rows.size()));
+    keys.reserve(int(rows.size()));
+    values.reserve(int(rows.size()));
+    int from = 0;
+    for (const KeyedRow &r : rows) {
+        auto upper = m_list.keyBound(r.key, true, from);
+        if (!exact) {
+            auto lower = m_list.keyBound(r.key, false, from);
+            int lo = lower.first;
+            ConstIterator loIt = lower.second;
+            int hi = upper.first;
+            while (lo < hi) {
+                const int mid = lo + ((hi - lo) >> 1);
+                const ConstIterator midIt = loIt + (mid - lo);
+                if (compare(r.row, *midIt) >= 0) {
+                    lo = mid + 1;
+                    loIt = midIt + 1;
+                } else {
+                    hi = mid;
+                }
+            }
+            upper.first = lo;
+        }
+        from = upper.first;
+        places.append(from);
+        keys.append(r.key);
+        values.append(r.row);
+    }
+    m_list.insertRuns(places, values, keys);
 }

@@ -40,6 +40,13 @@ public:
         const IndexSort *m_index;
     };
 
+    // What keyPrefix() promises.
+    enum KeyPrefixKind {
+        NoKeyPrefix, // keyPrefix() is not used
+        PartialKeyPrefix, // ordered with compare(); equal prefixes say nothing
+        ExactKeyPrefix // equal prefixes also mean compare() == 0
+    };
+
     IndexSort(Table *table, bool registered);
     IndexSort(const QString &tableName, bool registered);
     ~IndexSort() override;
@@ -48,6 +55,22 @@ public:
     // that are in no index, and must be safe on several threads at once: the
     // parallel sort calls it from pool threads. Must not write.
     virtual int compare(const Record &a, const Record &b) const = 0;
+
+    // An optional 64-bit summary of a row's key that keeps the order, so that
+    // searches and batches compare numbers instead of reading rows. The index
+    // keeps the prefix of each row beside it, taken when the row was placed;
+    // compare() is called only between rows of equal prefix, and never with
+    // ExactKeyPrefix. keyPrefixKind() is asked once, at the index's first
+    // change, and must not change afterwards. NoKeyPrefix by default.
+    // REQUIRES: keyPrefix(a) < keyPrefix(b) implies compare(a, b) < 0, for any
+    // two rows that compare() accepts; with ExactKeyPrefix also keyPrefix(a) ==
+    // keyPrefix(b) implies compare(a, b) == 0. The same rules as for compare()
+    // on threads and writes.
+    virtual KeyPrefixKind keyPrefixKind() const;
+    virtual quint64 keyPrefix(const Record &row) const;
+    // Order-keeping prefixes of common values, for keyPrefix() overrides.
+    static quint64 prefixOf(qint64 value) { return quint64(value) ^ (quint64(1) << 63); }
+    static quint64 prefixOf(double value);
 
     // In the searches `from` is exclusive (-1 searches everything) and -1 as a
     // result means not found. O(log n) compares; they allocate nothing.
@@ -65,7 +88,9 @@ public:
     // A full stable sort; does nothing on an empty index.
     virtual void resort();
 
-    // IndexList::build(), then resort().
+    // IndexList::build(), then resort(). When add() is IndexSort's own, the
+    // rows are appended and sorted once instead of placed one by one, which
+    // gives the same order.
     void build() override;
     // Inserts behind the rows of an equal key; filter() is the caller's affair.
     void add(const Record &record) override;
@@ -106,14 +131,25 @@ private:
     friend class IndexSortPrivate;
     // The first row that is not below `record`, as an iterator.
     PartitionList<Record>::const_iterator lowerBound(const Record &record) const;
-    // The first position whose row is above `record` (upper) or not below it,
-    // with its iterator.
-    std::pair<int, PartitionList<Record>::const_iterator> bound(const Record &record,
-                                                                bool upper) const;
-    // search() without the virtual call.
-    int searchFirst(const Record &record, int from) const;
+    // The first position from `from` on whose row is above `record` (upper) or
+    // not below it, with its iterator.
+    std::pair<int, PartitionList<Record>::const_iterator> bound(const Record &record, bool upper,
+                                                                int from = 0) const;
+    // Starts keeping key prefixes if the subclass gives them; writers call it.
+    void checkKeyPrefix();
+    // compare() of two rows with their prefixes (0 for an index without).
+    int compareKeyed(quint64 ka, const Record &a, quint64 kb, const Record &b) const;
+    // The stored prefix at `it`, 0 for an index without.
+    quint64 keyAt(PartitionList<Record>::const_iterator it) const;
+    // The prefix of `row`'s present values, 0 for an index without.
+    quint64 prefixNow(const Record &row) const;
+    // search() without the virtual call; without `byPrefix` it reads rows only.
+    int searchFirst(const Record &record, int from, bool byPrefix = true) const;
     // Moves the row at `p` to where its key now belongs.
     void replace(const Record &record, int p);
+    // The last step of process() for an index with prefixes: sorts the rows
+    // that come in and inserts them with theirs.
+    void placeKeyed(const QList<Record> &pending);
 
     std::unique_ptr<IndexSortPrivate> d;
 };

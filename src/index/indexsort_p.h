@@ -27,6 +27,20 @@ public:
     QList<Record> updated;
     QVector<int> places;
 
+    bool prefixChecked = false; // keyPrefixKind() asked
+    bool exact = false; // ExactKeyPrefix
+
+    // The list's key function: the owner's keyPrefix().
+    static quint64 prefixOfRow(const void *index, const Record &row);
+    // Whether the object's final overrider of a virtual member of IndexSort is
+    // IndexSort's own. False where that cannot be told.
+    static bool isOwnAdd(const IndexSort *index);
+    static bool isOwnResort(const IndexSort *index);
+    // Marks Unknown the places of rows that `updated` lists more than once:
+    // such a row ends with the values of its last pair, so no pair alone may
+    // say that it keeps its key.
+    static void unmarkRepeated(const QList<Record> &updated, QVector<int> &places);
+
     // Rows sorted by address, one entry each; the first entry of a row wins.
     static void sortByRow(QVector<IndexSortEntry> &entries);
     // The position of `row` found by its key and identity, or Unknown.

@@ -20,6 +20,11 @@
 // them to step over both ends without bound checks. An empty list is exactly
 // the two nulls.
 //
+// A list may keep a 64-bit key beside each element (setKeyFunction()): every
+// operation moves the keys with their elements, and an element inserted
+// without one gets the key function's value. Owners that keep the keys in
+// order search them without reading what the elements point at.
+//
 // REQUIRES: T is relocatable (can be moved with a byte copy), as Record and
 // MasterKey are. Not thread-safe: the owner's locking rules apply. Every change
 // of the list invalidates all iterators.
@@ -34,7 +39,12 @@ public:
         int size;
         int capacity;
         PartitionList<T> *owner;
+        quint64 *keys; // one per element while the list keeps keys, else null
+        int base; // list position of the first element
     };
+
+    // Gives the key of an element, for lists that keep keys.
+    typedef quint64 (*KeyFunction)(const void *context, const T &value);
 
     class const_iterator;
 
@@ -193,6 +203,7 @@ public:
 
     private:
         iterator i;
+        friend class PartitionList;
     };
 
     PartitionList();
@@ -244,11 +255,42 @@ public:
     void removeRanges(const RangeSet<int> &ranges);
     void clear();
 
-    // Costs one step per block. A position out of range gives a reference to a
-    // static empty T.
+    // O(log blocks). A position out of range gives a reference to a static
+    // empty T.
     const T &at(int position) const;
     // Linear search by operator==; -1 if absent.
     int indexOf(const T &value) const;
+    // The iterator at `position`, 0..count(); O(log blocks).
+    const_iterator iteratorAt(int position) const;
+
+    // Keys. A non-null function makes the list keep keys and computes them
+    // for the elements it holds; null drops them. The context is passed to the
+    // function as it is. Copies of a list keep no keys.
+    void setKeyFunction(KeyFunction function, const void *context);
+    bool hasKeys() const { return m_keyFunction != nullptr; }
+    // Computes every key afresh.
+    void refreshKeys();
+    // REQUIRES: hasKeys(), and `it` at an element.
+    static quint64 key(const const_iterator &it)
+    {
+        const Partition *p = *it.i.slot;
+        return p->keys[it.i.element - p->data];
+    }
+    static void setKey(const const_iterator &it, quint64 key)
+    {
+        Partition *p = *it.i.slot;
+        p->keys[it.i.element - p->data] = key;
+    }
+    // insert() with the element's key given. REQUIRES: hasKeys().
+    void insert(int position, const T &value, quint64 key);
+    // insertRuns() with keys[i] the key of values[i]. REQUIRES: hasKeys().
+    void insertRuns(const QVector<int> &places, const QList<T> &values,
+                    const QVector<quint64> &keys);
+    // The first position in from..count() whose key is not below `key`, or
+    // with `upper` above it, and its iterator; count() and end() if none.
+    // O(log n) and reads only keys. REQUIRES: hasKeys(), and the keys from
+    // `from` on in ascending order.
+    std::pair<int, const_iterator> keyBound(quint64 key, bool upper, int from) const;
 
 private:
     Partition *newPartition(int capacity);
@@ -258,6 +300,18 @@ private:
     static void appendPartition(Partition *to, Partition *from);
     void splitAt(int slot); // when the block has reached the maximum size
     void mergeAround(int slot);
+    // Sets the bases of the blocks from `slot` on.
+    void rebase(int slot);
+    // The slot of the block that holds `position` (0 <= position < count()).
+    int slotOf(int position) const;
+    void insertRuns(const QVector<int> &places, const QList<T> &values,
+                    const QVector<quint64> *keys);
+    quint64 keyOf(const T &value) const { return m_keyFunction(m_keyContext, value); }
+    static void moveKeys(Partition *p, int to, int from, int count)
+    {
+        if (p->keys)
+            std::memmove(p->keys + to, p->keys + from, size_t(count) * sizeof(quint64));
+    }
     static void advance(Partition *const *&slot, T *&element, std::ptrdiff_t n);
     static std::ptrdiff_t distance(Partition *const *fromSlot, T *fromElement,
                                    Partition *const *toSlot, T *toElement);
@@ -275,6 +329,8 @@ private:
     int m_maxPartitionSize; // 10000
     int m_mergeThreshold; // 5000
     QVector<Partition *> m_partitions; // null, blocks..., null
+    KeyFunction m_keyFunction = nullptr;
+    const void *m_keyContext = nullptr;
 };
 
 template <typename T>
@@ -305,9 +361,14 @@ PartitionList<T> &PartitionList<T>::operator=(const PartitionList &other)
         for (const T *e = src->data; e != src->end; ++e)
             new (p->data + p->size++) T(*e);
         p->end = p->data + p->size;
+        if (p->keys) {
+            for (int i = 0; i < p->size; ++i)
+                p->keys[i] = keyOf(p->data[i]);
+        }
         m_partitions.insert(m_partitions.size() - 1, p);
     }
     m_count = other.m_count;
+    rebase(1);
     return *this;
 }
 
@@ -323,12 +384,22 @@ typename PartitionList<T>::Partition *PartitionList<T>::newPartition(int capacit
     T *data = static_cast<T *>(qMallocAligned(size_t(capacity) * sizeof(T), 8));
     if (!data)
         qBadAlloc();
+    quint64 *keys = nullptr;
+    if (m_keyFunction) {
+        keys = static_cast<quint64 *>(std::malloc(size_t(capacity) * sizeof(quint64)));
+        if (!keys) {
+            qFreeAligned(data);
+            qBadAlloc();
+        }
+    }
     Partition *p = new Partition;
     p->data = data;
     p->end = p->data;
     p->size = 0;
     p->capacity = capacity;
     p->owner = this;
+    p->keys = keys;
+    p->base = 0;
     return p;
 }
 
@@ -338,6 +409,7 @@ void PartitionList<T>::deletePartition(Partition *p)
     for (T *e = p->data; e != p->end; ++e)
         e->~T();
     qFreeAligned(p->data);
+    std::free(p->keys);
     delete p;
 }
 
@@ -352,6 +424,12 @@ void PartitionList<T>::reserve(Partition *p, int capacity)
         qBadAlloc();
     p->data = static_cast<T *>(data);
     p->end = p->data + p->size;
+    if (p->keys) {
+        void *keys = std::realloc(p->keys, size_t(capacity) * sizeof(quint64));
+        if (!keys)
+            qBadAlloc(); // the larger data block is harmless
+        p->keys = static_cast<quint64 *>(keys);
+    }
     p->capacity = capacity;
 }
 
@@ -361,10 +439,122 @@ void PartitionList<T>::appendPartition(Partition *to, Partition *from)
     reserve(to, to->size + from->size);
     std::memcpy(static_cast<void *>(to->end), static_cast<const void *>(from->data),
                 size_t(from->size) * sizeof(T));
+    if (to->keys)
+        std::memcpy(to->keys + to->size, from->keys, size_t(from->size) * sizeof(quint64));
     to->size += from->size;
     to->end = to->data + to->size;
     from->size = 0;
     from->end = from->data;
+}
+
+template <typename T>
+void PartitionList<T>::rebase(int slot)
+{
+    int s = qMax(slot, 1);
+    int base = 0;
+    if (s > 1 && m_partitions.at(s - 1))
+        base = m_partitions.at(s - 1)->base + m_partitions.at(s - 1)->size;
+    for (; s < m_partitions.size() && m_partitions.at(s); ++s) {
+        m_partitions.at(s)->base = base;
+        base += m_partitions.at(s)->size;
+    }
+}
+
+template <typename T>
+int PartitionList<T>::slotOf(int position) const
+{
+    // The last block whose base is not above the position.
+    int lo = 1;
+    int hi = m_partitions.size() - 2;
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo + 1) >> 1);
+        if (m_partitions.at(mid)->base <= position)
+            lo = mid;
+        else
+            hi = mid - 1;
+    }
+    return lo;
+}
+
+template <typename T>
+typename PartitionList<T>::const_iterator PartitionList<T>::iteratorAt(int position) const
+{
+    if (position <= 0)
+        return begin();
+    if (position >= m_count)
+        return end();
+    const int s = slotOf(position);
+    const Partition *p = m_partitions.at(s);
+    return const_iterator(iterator(m_partitions.constData() + s, p->data + (position - p->base)));
+}
+
+template <typename T>
+std::pair<int, typename PartitionList<T>::const_iterator>
+PartitionList<T>::keyBound(quint64 key, bool upper, int from) const
+{
+    const int blocks = m_partitions.size() - 2;
+    if (from < 0)
+        from = 0;
+    if (from >= m_count)
+        return { m_count, end() };
+    auto before = [key, upper](quint64 k) { return upper ? k <= key : k < key; };
+    // The first block, from the one of `from` on, whose last key is not
+    // before `key`; then the first such key in it.
+    int lo = slotOf(from);
+    int hi = blocks + 1; // the null slot: no block qualifies
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo) >> 1);
+        const Partition *p = m_partitions.at(mid);
+        if (before(p->keys[p->size - 1]))
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    if (lo > blocks)
+        return { m_count, end() };
+    const Partition *p = m_partitions.at(lo);
+    int first = qMax(from - p->base, 0);
+    int last = p->size;
+    while (first < last) {
+        const int mid = first + ((last - first) >> 1);
+        if (before(p->keys[mid]))
+            first = mid + 1;
+        else
+            last = mid;
+    }
+    return { p->base + first,
+             const_iterator(iterator(m_partitions.constData() + lo, p->data + first)) };
+}
+
+template <typename T>
+void PartitionList<T>::setKeyFunction(KeyFunction function, const void *context)
+{
+    m_keyFunction = function;
+    m_keyContext = context;
+    for (int s = 1; m_partitions.at(s); ++s) {
+        Partition *p = m_partitions.at(s);
+        std::free(p->keys);
+        p->keys = nullptr;
+        if (function) {
+            p->keys = static_cast<quint64 *>(std::malloc(size_t(p->capacity) * sizeof(quint64)));
+            if (!p->keys)
+                qBadAlloc();
+        }
+    }
+    if (function)
+        refreshKeys();
+}
+
+template <typename T>
+void PartitionList<T>::refreshKeys()
+{
+    if (!m_keyFunction)
+        return;
+    for (int s = 1; m_partitions.at(s); ++s) {
+        Partition *p = m_partitions.at(s);
+        for (int i = 0; i < p->size; ++i)
+            p->keys[i] = keyOf(p->data[i]);
+    }
 }
 
 template <typename T>
@@ -376,8 +566,11 @@ void PartitionList<T>::append(const T &value)
         last = newPartition(m_maxPartitionSize + 2);
         m_partitions.last() = last;
         m_partitions.append(nullptr);
+        rebase(m_partitions.size() - 2);
     }
     reserve(last, last->size + 1);
+    if (last->keys)
+        last->keys[last->size] = keyOf(copy);
     new (last->end) T(std::move(copy));
     ++last->size;
     ++last->end;
@@ -409,6 +602,12 @@ int PartitionList<T>::locate(int position, bool intoEarlier, int &n)
 template <typename T>
 void PartitionList<T>::insert(int position, const T &value)
 {
+    insert(position, value, m_keyFunction ? keyOf(value) : 0);
+}
+
+template <typename T>
+void PartitionList<T>::insert(int position, const T &value, quint64 key)
+{
     int n = 0;
     const int s = locate(qMax(position, 0), true, n);
     Partition *p = m_partitions.at(s);
@@ -424,11 +623,15 @@ void PartitionList<T>::insert(int position, const T &value)
     std::memmove(static_cast<void *>(p->data + n + 1), static_cast<const void *>(p->data + n),
                  size_t(p->size - n) * sizeof(T));
     new (p->data + n) T(std::move(copy));
+    moveKeys(p, n + 1, n, p->size - n);
+    if (p->keys)
+        p->keys[n] = key;
     ++p->size;
     ++p->end;
     ++m_count;
     if (p->size >= m_maxPartitionSize)
         splitAt(s);
+    rebase(s);
 }
 
 template <typename T>
@@ -455,18 +658,37 @@ void PartitionList<T>::insert(int position, const QList<T> &values)
     reserve(p, p->size + k);
     std::memmove(static_cast<void *>(p->data + n + k), static_cast<const void *>(p->data + n),
                  size_t(p->size - n) * sizeof(T));
+    moveKeys(p, n + k, n, p->size - n);
     T *dst = p->data + n;
-    for (const T &v : values)
+    for (const T &v : values) {
+        if (p->keys)
+            p->keys[dst - p->data] = keyOf(v);
         new (dst++) T(v);
+    }
     p->size += k;
     p->end = p->data + p->size;
     m_count += k;
     if (p->size >= m_maxPartitionSize)
         splitAt(s);
+    rebase(s);
 }
 
 template <typename T>
 void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values)
+{
+    insertRuns(places, values, nullptr);
+}
+
+template <typename T>
+void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values,
+                                  const QVector<quint64> &keys)
+{
+    insertRuns(places, values, &keys);
+}
+
+template <typename T>
+void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values,
+                                  const QVector<quint64> *keys)
 {
     m_fingerSlot = 0;
     struct Gap
@@ -479,6 +701,7 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
     int pending = 0;
     int s = 1;
     int base = 0; // list position of block s's first element
+    const auto keyAt = [&](int v) { return keys ? keys->at(v) : keyOf(values.at(v)); };
     // Opens all pending gaps of block s in one pass from the back.
     auto flush = [&]() {
         if (gaps.isEmpty())
@@ -492,11 +715,15 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
             std::memmove(static_cast<void *>(p->data + gap.at + shift),
                          static_cast<const void *>(p->data + gap.at),
                          size_t(tail - gap.at) * sizeof(T));
+            moveKeys(p, gap.at + shift, gap.at, tail - gap.at);
             shift -= gap.count;
             tail = gap.at;
             T *dst = p->data + gap.at + shift;
-            for (int v = gap.from; v < gap.from + gap.count; ++v)
+            for (int v = gap.from; v < gap.from + gap.count; ++v) {
+                if (p->keys)
+                    p->keys[dst - p->data] = keyAt(v);
                 new (dst++) T(values.at(v));
+            }
         }
         p->size += pending;
         p->end = p->data + p->size;
@@ -522,6 +749,7 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
         if (!m_partitions.at(s)) {
             // Only an empty list or a place past the end gets here.
             flush();
+            // The key function gives these keys again.
             insert(position, values.mid(i, j - i));
         } else {
             gaps.append({ n - pending, i, j - i });
@@ -535,6 +763,7 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
         i = j;
     }
     flush();
+    rebase(1);
 }
 
 template <typename T>
@@ -546,11 +775,14 @@ void PartitionList<T>::splitAt(int s)
     Partition *q = newPartition(qMax(m_maxPartitionSize + 2, rest));
     std::memcpy(static_cast<void *>(q->data), static_cast<const void *>(p->data + keep),
                 size_t(rest) * sizeof(T));
+    if (p->keys)
+        std::memcpy(q->keys, p->keys + keep, size_t(rest) * sizeof(quint64));
     q->size = rest;
     q->end = q->data + rest;
     p->size = keep;
     p->end = p->data + keep;
     m_partitions.insert(s + 1, q);
+    rebase(s);
 }
 
 template <typename T>
@@ -569,16 +801,19 @@ void PartitionList<T>::removeAt(int position)
     p->data[n].~T();
     std::memmove(static_cast<void *>(p->data + n), static_cast<const void *>(p->data + n + 1),
                  size_t(p->size - n - 1) * sizeof(T));
+    moveKeys(p, n, n + 1, p->size - n - 1);
     --p->size;
     --p->end;
     --m_count;
     if (p->size == 0) {
         m_partitions.remove(s);
         deletePartition(p);
+        rebase(s);
         return;
     }
     const int blocks = m_partitions.size();
     mergeAround(s);
+    rebase(s - 1);
     if (m_partitions.size() == blocks) {
         m_fingerSlot = s;
         m_fingerBase = base;
@@ -626,6 +861,7 @@ void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
                 std::memmove(static_cast<void *>(p->data + write),
                              static_cast<const void *>(p->data + read),
                              size_t(lo - read) * sizeof(T));
+                moveKeys(p, write, read, lo - read);
                 write += lo - read;
             } else {
                 write = lo;
@@ -642,6 +878,7 @@ void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
             std::memmove(static_cast<void *>(p->data + write),
                          static_cast<const void *>(p->data + read),
                          size_t(size - read) * sizeof(T));
+            moveKeys(p, write, read, size - read);
             write += size - read;
             p->size = write;
             p->end = p->data + write;
@@ -667,6 +904,7 @@ void PartitionList<T>::removeRanges(const RangeSet<int> &ranges)
         }
         ++s;
     }
+    rebase(1);
 }
 
 template <typename T>
@@ -684,14 +922,9 @@ void PartitionList<T>::clear()
 template <typename T>
 const T &PartitionList<T>::at(int position) const
 {
-    if (position >= 0) {
-        int n = position;
-        for (int s = 1; m_partitions.at(s); ++s) {
-            const Partition *p = m_partitions.at(s);
-            if (n < p->size)
-                return p->data[n];
-            n -= p->size;
-        }
+    if (position >= 0 && position < m_count) {
+        const Partition *p = m_partitions.at(slotOf(position));
+        return p->data[position - p->base];
     }
     static const T empty = T();
     return empty;

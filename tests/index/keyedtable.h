@@ -44,7 +44,11 @@ public:
 class KeyIndex : public IndexSort
 {
 public:
-    explicit KeyIndex(Table *table, bool registered = false) : IndexSort(table, registered) { }
+    explicit KeyIndex(Table *table, bool registered = false,
+                      KeyPrefixKind kind = NoKeyPrefix)
+        : IndexSort(table, registered), prefixKind(kind)
+    {
+    }
 
     using IndexSort::indexOfAdd;
 
@@ -58,6 +62,14 @@ public:
     bool filter(const Record &r) const override
     {
         return keyOf(r) >= 0 && FieldType::getInt(r.data(1).data()) == 0;
+    }
+    // Exact: the key itself; partial: a quarter of it, so that prefixes tie.
+    KeyPrefixKind keyPrefixKind() const override { return prefixKind; }
+    quint64 keyPrefix(const Record &r) const override
+    {
+        if (prefixKind == PartialKeyPrefix)
+            return quint64(keyOf(r) + 1000) / 4;
+        return prefixOf(qint64(keyOf(r)));
     }
 
     // Places a row at the end, whatever its key.
@@ -73,6 +85,7 @@ public:
     }
 
     mutable QAtomicInt compares;
+    const KeyPrefixKind prefixKind;
 };
 
 #endif // TABLEDB_TESTS_INDEX_KEYEDTABLE_H

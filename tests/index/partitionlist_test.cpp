@@ -200,11 +200,14 @@ TEST_F(PartitionListTest, IteratorArithmeticAcrossUnevenBlocks)
 }
 
 // Random appends, inserts, bulk inserts, runs, removeAt and removeRanges
-// against a vector, checking contents, live copies and blocks after every step.
+// against a vector, checking contents, live copies and blocks after every step,
+// and that every key stays beside its element.
 TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
 {
     std::mt19937 rng(12345);
     List list;
+    const auto keyOf = [](const void *, const Item &item) { return quint64(item.value) * 3; };
+    list.setKeyFunction(keyOf, nullptr);
     std::vector<int> model;
     int next = 0;
     for (int step = 0; step < 600; ++step) {
@@ -255,7 +258,14 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
                 shift += j - i;
                 i = j;
             }
-            list.insertRuns(places, values);
+            if (step % 2) {
+                list.insertRuns(places, values);
+            } else {
+                QVector<quint64> keys;
+                for (const Item &item : values)
+                    keys.append(keyOf(nullptr, item));
+                list.insertRuns(places, values, keys);
+            }
             ASSERT_EQ(blockSizes(list), blockSizes(reference)) << "step " << step;
             std::vector<int> merged;
             for (int k = 0, i = 0; k <= n; ++k) {
@@ -291,7 +301,10 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
         if (!model.empty()) {
             const int i = int(rng() % model.size());
             ASSERT_EQ(list.at(i).value, model[size_t(i)]);
+            ASSERT_TRUE(list.iteratorAt(i) == list.begin() + i);
         }
+        for (auto it = list.cbegin(); it != list.cend(); ++it)
+            ASSERT_EQ(List::key(it), quint64(it->value) * 3) << "step " << step;
     }
     list.clear();
     EXPECT_EQ(list.partitionCount(), 0);
