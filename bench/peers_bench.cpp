@@ -145,12 +145,16 @@ void select(sqlite3 *db, const char *sql, const std::function<void(sqlite3_stmt 
 }
 
 // Integer64 columns compared in order, as a view over some of a table's columns.
+// Its key prefix is what a user who knows the values would give: one column
+// as it is, two packed into one word, the second in its low `lowBits` bits
+// (the generators keep both columns non-negative and inside their bits).
 class ColumnsView : public IndexSort
 {
 public:
-    ColumnsView(Table *table, std::vector<int> columns)
+    ColumnsView(Table *table, std::vector<int> columns, int lowBits = 0)
         : IndexSort(table, true)
         , m_columns(std::move(columns))
+        , m_lowBits(lowBits)
     {
     }
     int compare(const Record &a, const Record &b) const override
@@ -162,6 +166,14 @@ public:
                 return x < y ? -1 : 1;
         }
         return 0;
+    }
+    KeyPrefixKind keyPrefixKind() const override { return ExactKeyPrefix; }
+    quint64 keyPrefix(const Record &row) const override
+    {
+        if (m_columns.size() == 1)
+            return prefixOf(qint64(row.data(m_columns[0]).asInteger64()));
+        return (u64(row.data(m_columns[0]).asInteger64()) << m_lowBits)
+            | u64(row.data(m_columns[1]).asInteger64());
     }
     ViewSum sum(int id0, int id1) const
     {
@@ -178,6 +190,7 @@ public:
 
 private:
     std::vector<int> m_columns;
+    int m_lowBits;
 };
 
 // ---- quote stream ----
@@ -233,7 +246,7 @@ State quotesTabledb(const QuoteData &d, double &ms, double &allocsPerRow)
         table.addColumn(QString::fromLatin1(name), FieldType::Integer64, 0, false);
     MasterIndex_Fast_Cached::createMasterIndex(
         &table, { QStringLiteral("board"), QStringLiteral("code") });
-    ColumnsView byCode(&table, { QBoard, QCode });
+    ColumnsView byCode(&table, { QBoard, QCode }, 32);
     ColumnsView byLast(&table, { QLast });
     {
         QList<Record> rows;
@@ -511,7 +524,7 @@ State ordersTabledb(const OrderData &d, double &ms)
     for (const char *name : { "id", "instrument", "price", "qty", "time" })
         table.addColumn(QString::fromLatin1(name), FieldType::Integer64, 0, false);
     MasterIndex_Fast_Cached::createMasterIndex(&table, { QStringLiteral("id") });
-    ColumnsView byPrice(&table, { OInstrument, OPrice });
+    ColumnsView byPrice(&table, { OInstrument, OPrice }, 40);
     ColumnsView byTime(&table, { OTime });
     auto makeRow = [&table](const Order &o) {
         Record r(&table);

@@ -442,30 +442,22 @@ bool IndexSort::unaffectedBy(int, int) const
     return false;
 }
 
-void IndexSortPrivate::sortByRow(QVector<IndexSortEntry> &entries)
+void IndexSortPrivate::sortByRow(QVector<IndexSortEntry> &entries, bool keepKept)
 {
     std::stable_sort(entries.begin(), entries.end(),
-                     [](const IndexSortEntry &a, const IndexSortEntry &b) { return a.row < b.row; });
-    entries.erase(std::unique(entries.begin(), entries.end(),
-                              [](const IndexSortEntry &a, const IndexSortEntry &b) {
-                                  return a.row == b.row;
-                              }),
-                  entries.end());
-}
-
-void IndexSortPrivate::unmarkRepeated(const QList<Record> &updated, QVector<int> &places)
-{
-    QVector<std::pair<const unsigned char *, int>> rows;
-    rows.reserve(updated.size());
-    for (int i = 0; i < updated.size(); ++i)
-        rows.append({ updated.at(i).rowPtr(), i });
-    std::sort(rows.begin(), rows.end());
-    for (int i = 1; i < rows.size(); ++i) {
-        if (rows.at(i).first == rows.at(i - 1).first) {
-            places[rows.at(i - 1).second] = IndexSortEntry::Unknown;
-            places[rows.at(i).second] = IndexSortEntry::Unknown;
-        }
+                     [](const IndexSortEntry &a, const IndexSortEntry &b) { return *a.row < *b.row; });
+    int out = 0;
+    for (int i = 0; i < entries.size();) {
+        int j = i + 1;
+        while (j < entries.size() && *entries.at(j).row == *entries.at(i).row)
+            ++j;
+        entries[out] = entries.at(i);
+        if (j - i > 1 && !keepKept && entries.at(out).position == IndexSortEntry::Kept)
+            entries[out].position = IndexSortEntry::Unknown;
+        ++out;
+        i = j;
     }
+    entries.resize(out);
 }
 
 int IndexSortPrivate::findByKey(const IndexSort &index, const Record &row)
@@ -509,7 +501,7 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
             }
             it += e.position - at;
             at = e.position;
-            if (*it != e.row)
+            if (*it != *e.row)
                 e.position = IndexSortEntry::Unknown;
         }
     }
@@ -521,7 +513,7 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
         IndexSortEntry &e = entries[i];
         if (e.position != IndexSortEntry::Unknown)
             continue;
-        e.position = findByKey(index, e.row);
+        e.position = findByKey(index, *e.row);
         if (e.position == IndexSortEntry::Unknown) {
             e.position = IndexSortEntry::NotFound;
             missed.append(i);
@@ -532,9 +524,9 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
     for (ConstIterator it = index.begin(), last = index.end(); it != last && left > 0; ++it, ++p) {
         const auto m = std::lower_bound(missed.cbegin(), missed.cend(), *it,
                                         [&entries](int i, const Record &r) {
-                                            return entries.at(i).row < r;
+                                            return *entries.at(i).row < r;
                                         });
-        if (m != missed.cend() && entries.at(*m).row == *it
+        if (m != missed.cend() && *entries.at(*m).row == *it
             && entries.at(*m).position == IndexSortEntry::NotFound) {
             entries[*m].position = p;
             --left;
@@ -547,12 +539,12 @@ QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
     QVector<IndexSortEntry> entries;
     entries.reserve(records.size());
     for (const Record &row : qAsConst(records))
-        entries.append({ row, IndexSortEntry::Unknown, -1 });
-    IndexSortPrivate::sortByRow(entries);
+        entries.append({ &row, IndexSortEntry::Unknown, -1 });
+    IndexSortPrivate::sortByRow(entries, true);
     IndexSortPrivate::locate(*this, entries);
     QMap<Record, int> result;
     for (const IndexSortEntry &e : qAsConst(entries))
-        result.insert(e.row, e.position);
+        result.insert(*e.row, e.position);
     return result;
 }
 
@@ -565,7 +557,6 @@ void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, 
     if (updated.isEmpty() || unaffectedBy(first, last))
         return;
     d->places.resize(updated.size());
-    bool kept = false;
     for (int i = 0; i < updated.size(); ++i) {
         const Record &row = updated.at(i);
         int place = IndexSortEntry::Unknown;
@@ -576,15 +567,12 @@ void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, 
             const quint64 key = prefixNow(row);
             if (filter(row) && filter(next) && compareKeyed(key, row, prefixNow(next), next) == 0) {
                 place = IndexSortEntry::Kept;
-                kept = true;
             } else {
                 place = IndexSortPrivate::findByKey(*this, row);
             }
         }
         d->places[i] = place;
     }
-    if (kept)
-        IndexSortPrivate::unmarkRepeated(updated, d->places);
     d->updated = updated;
 }
 
@@ -599,7 +587,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     QVector<IndexSortEntry> entries;
     entries.reserve(removed.count() + updated.count());
     for (const Record &row : removed)
-        entries.append({ row, IndexSortEntry::Unknown, -1 });
+        entries.append({ &row, IndexSortEntry::Unknown, -1 });
     const bool unaffected = unaffectedBy(first, last);
     // preprocess() saw this very batch if it shares the list.
     const bool noted = !d->places.isEmpty() && d->updated.size() == updated.size()
@@ -607,18 +595,18 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     for (int i = 0; i < updated.size(); ++i) {
         const int place = unaffected ? int(IndexSortEntry::Kept)
                                      : noted ? d->places.at(i) : int(IndexSortEntry::Unknown);
-        entries.append({ updated.at(i), place, i });
+        entries.append({ &updated.at(i), place, i });
     }
     d->updated.clear();
     d->places.clear();
-    IndexSortPrivate::sortByRow(entries);
+    IndexSortPrivate::sortByRow(entries, unaffected);
 
     QVector<char> passes(entries.size(), 0);
     for (int k = 0; k < entries.size(); ++k) {
         IndexSortEntry &e = entries[k];
         if (e.order < 0)
             continue;
-        passes[k] = filter(e.row);
+        passes[k] = filter(*e.row);
         if (!passes[k] && e.position == IndexSortEntry::Kept)
             e.position = IndexSortEntry::Unknown; // it leaves, so it must be found
     }
@@ -665,12 +653,12 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
             bool stays = e.order >= 0 && passes.at(k);
             quint64 key = 0;
             if (stays) {
-                key = prefixNow(e.row);
-                stays = (!before || compareKeyed(key, e.row, beforeKey, *before) >= 0)
-                        && (!after || compareKeyed(key, e.row, afterKey, *after) <= 0);
+                key = prefixNow(*e.row);
+                stays = (!before || compareKeyed(key, *e.row, beforeKey, *before) >= 0)
+                        && (!after || compareKeyed(key, *e.row, afterKey, *after) <= 0);
             }
             if (stays) {
-                before = &e.row;
+                before = e.row;
                 beforeKey = key;
                 if (keyed)
                     PartitionList<Record>::setKey(it + (e.position - a), key);
@@ -685,21 +673,25 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
 
     // New rows first, then re-placed ones in the order of `updated`: the sort
     // is stable, so this is their order among equal keys.
-    QList<Record> pending;
-    pending.reserve(inserted.count() + replaced.size());
+    std::vector<const Record *> incoming;
+    incoming.reserve(size_t(inserted.count() + replaced.size()));
     for (const Record &row : inserted) {
         if (filter(row))
-            pending.append(row);
+            incoming.push_back(&row);
     }
     std::sort(replaced.begin(), replaced.end());
     for (int i : qAsConst(replaced))
-        pending.append(updated.at(i));
+        incoming.push_back(&updated.at(i));
 
     m_list.removeRanges(ranges);
 
-    if (!pending.isEmpty() && keyed) {
-        placeKeyed(pending);
-    } else if (!pending.isEmpty()) {
+    if (!incoming.empty() && keyed) {
+        placeKeyed(incoming);
+    } else if (!incoming.empty()) {
+        QList<Record> pending;
+        pending.reserve(int(incoming.size()));
+        for (const Record *row : incoming)
+            pending.append(*row);
         const LessThan lessThan(this);
         // Rows often arrive in key order (appends, one key for a whole batch):
         // one pass of compares then spares the sort and its thread hand-off.
@@ -756,19 +748,24 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     m_nsecsElapsedTotal += timer.nsecsElapsed();
 }
 
-void IndexSort::placeKeyed(const QList<Record> &pending)
+void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
 {
+    struct Incoming
+    {
+        quint64 key;
+        const Record *row;
+    };
     // Stable by prefix, then by compare() where prefixes tie: the order that
     // LessThan gives.
-    std::vector<KeyedRow> rows;
-    rows.reserve(size_t(pending.size()));
-    for (const Record &row : pending)
-        rows.push_back({ keyPrefix(row), row });
+    std::vector<Incoming> rows;
+    rows.reserve(incoming.size());
+    for (const Record *row : incoming)
+        rows.push_back({ keyPrefix(*row), row });
     const bool exact = d->exact;
-    const auto lessThan = [this, exact](const KeyedRow &a, const KeyedRow &b) {
+    const auto lessThan = [this, exact](const Incoming &a, const Incoming &b) {
         if (a.key != b.key)
             return a.key < b.key;
-        return !exact && compare(a.row, b.row) < 0;
+        return !exact && compare(*a.row, *b.row) < 0;
     };
     if (!std::is_sorted(rows.begin(), rows.end(), lessThan)) {
         // Prefix compares are cheap: the pool pays only for large batches.
@@ -787,17 +784,17 @@ void IndexSort::placeKeyed(const QList<Record> &pending)
     keys.reserve(int(rows.size()));
     values.reserve(int(rows.size()));
     int from = 0;
-    for (const KeyedRow &r : rows) {
-        auto upper = m_list.keyBound(r.key, true, from);
+    for (const Incoming &r : rows) {
+        auto upper = m_list.keyBoundNear(r.key, true, from);
         if (!exact) {
-            auto lower = m_list.keyBound(r.key, false, from);
+            const auto lower = m_list.keyBoundNear(r.key, false, from);
             int lo = lower.first;
             ConstIterator loIt = lower.second;
             int hi = upper.first;
             while (lo < hi) {
                 const int mid = lo + ((hi - lo) >> 1);
                 const ConstIterator midIt = loIt + (mid - lo);
-                if (compare(r.row, *midIt) >= 0) {
+                if (compare(*r.row, *midIt) >= 0) {
                     lo = mid + 1;
                     loIt = midIt + 1;
                 } else {
@@ -809,7 +806,7 @@ void IndexSort::placeKeyed(const QList<Record> &pending)
         from = upper.first;
         places.append(from);
         keys.append(r.key);
-        values.append(r.row);
+        values.append(*r.row);
     }
     m_list.insertRuns(places, values, keys);
 }

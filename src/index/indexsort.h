@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 class IndexSortPrivate;
 
@@ -149,7 +150,7 @@ private:
     void replace(const Record &record, int p);
     // The last step of process() for an index with prefixes: sorts the rows
     // that come in and inserts them with theirs.
-    void placeKeyed(const QList<Record> &pending);
+    void placeKeyed(const std::vector<const Record *> &incoming);
 
     std::unique_ptr<IndexSortPrivate> d;
 };

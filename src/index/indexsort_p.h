@@ -12,7 +12,7 @@ struct IndexSortEntry
     // Values of `position` besides a real place.
     enum { NotFound = -1, Unknown = -2, Kept = -3 };
 
-    Record row;
+    const Record *row; // borrowed from the caller's lists
     int position;
     int order; // place in `updated`, -1 for a removed row
 };
@@ -36,13 +36,12 @@ public:
     // IndexSort's own. False where that cannot be told.
     static bool isOwnAdd(const IndexSort *index);
     static bool isOwnResort(const IndexSort *index);
-    // Marks Unknown the places of rows that `updated` lists more than once:
-    // such a row ends with the values of its last pair, so no pair alone may
-    // say that it keeps its key.
-    static void unmarkRepeated(const QList<Record> &updated, QVector<int> &places);
 
     // Rows sorted by address, one entry each; the first entry of a row wins.
-    static void sortByRow(QVector<IndexSortEntry> &entries);
+    // A row that `updated` lists more than once ends with the values of its
+    // last pair, so no pair alone can say that it keeps its key: unless
+    // `keepKept`, such a row loses its Kept mark and is looked at.
+    static void sortByRow(QVector<IndexSortEntry> &entries, bool keepKept);
     // The position of `row` found by its key and identity, or Unknown.
     static int findByKey(const IndexSort &index, const Record &row);
     // Gives every entry that isn't Kept its position in `index`, or NotFound.

@@ -1,5 +1,9 @@
 #include "index/masterindex_fast_pure.h"
 
+#include "index/masterindex_fast_cached.h"
+
+#include <typeinfo>
+
 #include "table/table.h"
 
 #include <cstring>
@@ -64,6 +68,15 @@ void MasterIndex_Fast_Pure::setup()
 int MasterIndex_Fast_Pure::compare(const Record &a, const Record &b) const
 {
     return std::memcmp(a.rowPtr() + m_keyOffset, b.rowPtr() + m_keyOffset, size_t(m_keySize));
+}
+
+IndexSort::KeyPrefixKind MasterIndex_Fast_Pure::keyPrefixKind() const
+{
+    const std::type_info &type = typeid(*this);
+    if (type != typeid(MasterIndex_Fast_Pure) && type != typeid(MasterIndex_Fast)
+        && type != typeid(MasterIndex_Fast_Cached))
+        return NoKeyPrefix;
+    return m_keySize == sizeof(quint64) ? ExactKeyPrefix : PartialKeyPrefix;
 }
 
 MasterKey MasterIndex_Fast_Pure::keyRecord(const Record &record) const

@@ -3,6 +3,8 @@
 
 #include "index/masterindex_column_pure.h"
 
+#include <QtEndian>
+
 #include <cstring>
 
 // A master index that compares one run of row memory with memcmp. The key
@@ -19,6 +21,15 @@ public:
 
     // One memcmp over the key bytes; no per-column dispatch.
     int compare(const Record &a, const Record &b) const override;
+    // The first eight key bytes in memcmp order, exact for an eight-byte key.
+    // None for a subclass, whose compare() may order otherwise.
+    KeyPrefixKind keyPrefixKind() const override;
+    quint64 keyPrefix(const Record &row) const override
+    {
+        quint64 bytes;
+        std::memcpy(&bytes, row.rowPtr() + m_keyOffset, sizeof bytes);
+        return qFromBigEndian(bytes);
+    }
 
     // A copy of the key bytes. An empty Record gives zero bytes of the key's
     // length.

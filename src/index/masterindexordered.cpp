@@ -1,6 +1,13 @@
 #include "index/masterindexordered.h"
 
+#include <typeinfo>
+
 MasterIndexOrdered::MasterIndexOrdered(Table *table) : MasterIndex(table) { }
+
+IndexSort::KeyPrefixKind MasterIndexOrdered::keyPrefixKind() const
+{
+    return typeid(*this) == typeid(MasterIndexOrdered) ? ExactKeyPrefix : NoKeyPrefix;
+}
 
 int MasterIndexOrdered::compare(const Record &, const Record &) const
 {

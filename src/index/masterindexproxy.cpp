@@ -1,5 +1,7 @@
 #include "index/masterindexproxy.h"
 
+#include <typeinfo>
+
 #include "table/table.h"
 
 MasterIndexProxy::MasterIndexProxy(Table *table)
@@ -12,6 +14,18 @@ MasterIndexProxy::MasterIndexProxy(Table *table)
 int MasterIndexProxy::compare(const Record &a, const Record &b) const
 {
     return m_master ? m_master->compare(a, b) : 0;
+}
+
+IndexSort::KeyPrefixKind MasterIndexProxy::keyPrefixKind() const
+{
+    if (!m_master || typeid(*this) != typeid(MasterIndexProxy))
+        return NoKeyPrefix;
+    return m_master->keyPrefixKind();
+}
+
+quint64 MasterIndexProxy::keyPrefix(const Record &row) const
+{
+    return m_master->keyPrefix(row);
 }
 
 QString MasterIndexProxy::toText(const Record &record) const

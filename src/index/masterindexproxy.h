@@ -15,6 +15,9 @@ public:
     MasterIndex *master() const { return m_master; }
 
     int compare(const Record &a, const Record &b) const override;
+    // The master's, for the proxy itself; none for a subclass.
+    KeyPrefixKind keyPrefixKind() const override;
+    quint64 keyPrefix(const Record &row) const override;
     QString toText(const Record &record) const override;
     Record fromText(const QString &text) const override;
     QString getClassName() const override; // "MasterIndexProxy"

@@ -12,6 +12,9 @@ public:
 
     // -1, 0 or 1 by the addresses as unsigned numbers.
     int compare(const Record &a, const Record &b) const override;
+    // The address itself; none for a subclass.
+    KeyPrefixKind keyPrefixKind() const override;
+    quint64 keyPrefix(const Record &row) const override { return quintptr(row.rowPtr()); }
     QString toText(const Record &record) const override; // always empty
     Record fromText(const QString &text) const override; // a blank row
 

@@ -291,6 +291,9 @@ public:
     // O(log n) and reads only keys. REQUIRES: hasKeys(), and the keys from
     // `from` on in ascending order.
     std::pair<int, const_iterator> keyBound(quint64 key, bool upper, int from) const;
+    // keyBound() for an answer that is likely close behind `from`: gallops
+    // out from there through its block first.
+    std::pair<int, const_iterator> keyBoundNear(quint64 key, bool upper, int from) const;
 
 private:
     Partition *newPartition(int capacity);
@@ -524,6 +527,41 @@ PartitionList<T>::keyBound(quint64 key, bool upper, int from) const
     }
     return { p->base + first,
              const_iterator(iterator(m_partitions.constData() + lo, p->data + first)) };
+}
+
+template <typename T>
+std::pair<int, typename PartitionList<T>::const_iterator>
+PartitionList<T>::keyBoundNear(quint64 key, bool upper, int from) const
+{
+    if (from < 0)
+        from = 0;
+    if (from >= m_count)
+        return { m_count, end() };
+    auto before = [key, upper](quint64 k) { return upper ? k <= key : k < key; };
+    const int s = slotOf(from);
+    const Partition *p = m_partitions.at(s);
+    const int last = p->size - 1;
+    if (before(p->keys[last]))
+        return keyBound(key, upper, p->base + p->size);
+    // The answer is in this block, at `last` at the latest.
+    int lo = from - p->base;
+    int hi = last;
+    for (int step = 1; lo + step - 1 < last; step *= 2) {
+        const int probe = lo + step - 1;
+        if (!before(p->keys[probe])) {
+            hi = probe;
+            break;
+        }
+        lo = probe + 1;
+    }
+    while (lo < hi) {
+        const int mid = lo + ((hi - lo) >> 1);
+        if (before(p->keys[mid]))
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    return { p->base + lo, const_iterator(iterator(m_partitions.constData() + s, p->data + lo)) };
 }
 
 template <typename T>
