@@ -6,7 +6,6 @@ void MasterKeyHash::clear()
 {
     m_rows.clear();
     m_count = 0;
-    m_used = 0;
     m_duplicates = 0;
 }
 
@@ -24,8 +23,8 @@ unsigned MasterKeyHash::hashOf(const char *key) const
 
 void MasterKeyHash::reserve(int count)
 {
-    // Below half full, tombstones counted, so that probes stay short.
-    if (2 * (m_used + 1) <= m_rows.size() && 2 * count + 2 <= m_rows.size())
+    // Below half full, so that probes stay short.
+    if (2 * count + 2 <= m_rows.size())
         return;
     int capacity = 16;
     while (capacity < 2 * count + 2)
@@ -33,10 +32,9 @@ void MasterKeyHash::reserve(int count)
     QVector<unsigned char *> rows(capacity, nullptr);
     rows.swap(m_rows);
     m_count = 0;
-    m_used = 0;
     m_duplicates = 0;
     for (unsigned char *row : qAsConst(rows)) {
-        if (row && row != deleted())
+        if (row)
             place(row);
     }
 }
@@ -52,24 +50,34 @@ void MasterKeyHash::place(unsigned char *row)
     const char *key = keyOf(row);
     const int mask = m_rows.size() - 1;
     int slot = int(hashOf(key)) & mask;
-    int free = -1;
-    for (;; slot = (slot + 1) & mask) {
-        unsigned char *at = m_rows.at(slot);
+    for (; m_rows.at(slot); slot = (slot + 1) & mask) {
+        if (std::memcmp(keyOf(m_rows.at(slot)), key, size_t(m_size)) == 0)
+            ++m_duplicates;
+    }
+    m_rows[slot] = row;
+    ++m_count;
+}
+
+void MasterKeyHash::erase(int slot)
+{
+    const int mask = m_rows.size() - 1;
+    int hole = slot;
+    for (int next = (slot + 1) & mask;; next = (next + 1) & mask) {
+        unsigned char *at = m_rows.at(next);
         if (!at)
             break;
-        if (at == deleted()) {
-            if (free < 0)
-                free = slot;
-        } else if (std::memcmp(keyOf(at), key, size_t(m_size)) == 0) {
-            ++m_duplicates;
+        // An entry may fill the hole unless its home lies after the hole, up
+        // to where it stands (cyclically).
+        const int home = int(hashOf(keyOf(at))) & mask;
+        const bool homeAfterHole =
+                hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
+        if (!homeAfterHole) {
+            m_rows[hole] = at;
+            hole = next;
         }
     }
-    if (free < 0) {
-        free = slot;
-        ++m_used;
-    }
-    m_rows[free] = row;
-    ++m_count;
+    m_rows[hole] = nullptr;
+    --m_count;
 }
 
 bool MasterKeyHash::remove(const Record &row)
@@ -82,8 +90,7 @@ bool MasterKeyHash::remove(const Record &row)
         if (!at)
             return false;
         if (at == row.rowPtr()) {
-            m_rows[slot] = deleted();
-            --m_count;
+            erase(slot);
             return true;
         }
     }
@@ -98,7 +105,7 @@ unsigned char *MasterKeyHash::find(const char *key) const
         unsigned char *at = m_rows.at(slot);
         if (!at)
             return nullptr;
-        if (at != deleted() && std::memcmp(keyOf(at), key, size_t(m_size)) == 0)
+        if (std::memcmp(keyOf(at), key, size_t(m_size)) == 0)
             return at;
     }
 }

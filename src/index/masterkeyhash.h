@@ -7,9 +7,11 @@
 
 // The rows of a Fast key master by their key bytes, read where they sit in
 // each row: an O(1) lookup beside the sorted list. Open addressing with linear
-// probing and tombstones. It holds no reference: the owner keeps it to the
-// rows of its list, and rebuilds it when it finds an entry gone stale (a key
-// written in place) or a row it cannot take out.
+// probing; a removal shifts the rest of its cluster back instead of leaving a
+// tombstone, so a table that keeps removing and inserting rows never has to
+// be rehashed whole. It holds no reference: the owner keeps it to the rows of
+// its list, and rebuilds it when it finds an entry gone stale (a key written in
+// place) or a row it cannot take out.
 //
 // Not thread-safe for writers; several readers may find() at once.
 class MasterKeyHash
@@ -43,7 +45,6 @@ public:
     }
 
 private:
-    static unsigned char *deleted() { return reinterpret_cast<unsigned char *>(quintptr(1)); }
     const char *keyOf(const unsigned char *row) const
     {
         return reinterpret_cast<const char *>(row + m_offset);
@@ -51,13 +52,15 @@ private:
     unsigned hashOf(const char *key) const;
     void reserve(int count);
     void place(unsigned char *row); // REQUIRES: a free slot
+    // Empties `slot` and moves later entries of its cluster back where that
+    // keeps each reachable from its home slot.
+    void erase(int slot);
 
     int m_offset;
     int m_size;
     int m_count = 0;
-    int m_used = 0; // Full and Deleted slots
     int m_duplicates = 0; // insertions that met an equal key
-    QVector<unsigned char *> m_rows; // null: empty; deleted() for a tombstone
+    QVector<unsigned char *> m_rows; // null: empty
 };
 
 #endif // TABLEDB_INDEX_MASTERKEYHASH_H

@@ -320,21 +320,21 @@ TEST(MasterIndexFast, KeyLookupMatchesTheListUnderRandomChanges)
     auto *index = static_cast<MasterIndex_Fast *>(
             MasterIndex_Fast::createMasterIndex(table.get(), { QStringLiteral("id") }));
     std::mt19937 rng(17);
-    auto randomId = [&rng] { return int64(rng() % 400); };
+    auto randomId = [&rng] { return int64(rng() % 2000); };
     Record probe(table.get());
     auto keyOf = [&](int64 id) {
         probe.data(0) = id;
         return index->keyRecord(probe);
     };
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 1000; ++i)
         addRow(table.get(), int64(i) * 2);
 
-    for (int step = 0; step < 300; ++step) {
+    for (int step = 0; step < 600; ++step) {
         std::vector<Record> rows(index->begin(), index->end());
         Record some = rows.empty() ? Record() : rows[rng() % rows.size()];
         switch (rng() % 5) {
         case 0: // inserts, and now and then a key that is already there
-            addRow(table.get(), step % 60 != 59 ? randomId() + 1000 : some.data(0).toInteger64());
+            addRow(table.get(), step % 60 != 59 ? randomId() + 10000 : some.data(0).toInteger64());
             break;
         case 1: {
             RecordsTrans trans(table.get());
@@ -344,11 +344,11 @@ TEST(MasterIndexFast, KeyLookupMatchesTheListUnderRandomChanges)
         case 2: {
             RecordsTrans trans(table.get());
             RecordUpdater u(some, trans);
-            u.data(0) = randomId() + 2000;
+            u.data(0) = randomId() + 20000;
             break;
         }
         case 3:
-            some.data(0) = randomId() + 3000; // in place, then reported
+            some.data(0) = randomId() + 30000; // in place, then reported
             table->updated(some, -1);
             break;
         default:
@@ -357,7 +357,7 @@ TEST(MasterIndexFast, KeyLookupMatchesTheListUnderRandomChanges)
         rows.assign(index->begin(), index->end());
         for (int t = 0; t < 30; ++t) {
             const int64 id = t % 2 && !rows.empty() ? rows[rng() % rows.size()].data(0).toInteger64()
-                                                    : randomId() + 1000 * int64(rng() % 4);
+                                                    : randomId() + 10000 * int64(rng() % 4);
             const MasterKey key = keyOf(id);
             ASSERT_EQ(index->findKey(key, -1), firstOfKey(*index, key)) << "step " << step;
         }
