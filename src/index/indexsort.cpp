@@ -477,6 +477,47 @@ int IndexSortPrivate::findByKey(const IndexSort &index, const Record &row)
     return IndexSortEntry::Unknown;
 }
 
+void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const Record *> &rows,
+                                    QVector<int> &positions)
+{
+    positions.resize(rows.size());
+    if (!index.m_list.hasKeys() || !index.d->exact || rows.size() < 8) {
+        for (int i = 0; i < rows.size(); ++i)
+            positions[i] = findByKey(index, *rows.at(i));
+        return;
+    }
+    struct Lookup
+    {
+        quint64 key;
+        int row;
+    };
+    QVector<Lookup> lookups;
+    lookups.reserve(rows.size());
+    for (int i = 0; i < rows.size(); ++i)
+        lookups.append({ index.keyPrefix(*rows.at(i)), i });
+    std::sort(lookups.begin(), lookups.end(),
+              [](const Lookup &a, const Lookup &b) { return a.key < b.key; });
+    const int maxSteps = 64; // as findByKey()
+    const ConstIterator last = index.end();
+    int from = 0;
+    for (const Lookup &l : qAsConst(lookups)) {
+        const Record &row = *rows.at(l.row);
+        auto at = index.m_list.keyBoundNear(l.key, false, from);
+        from = at.first;
+        int position = IndexSortEntry::Unknown;
+        for (int steps = 0; at.second != last && steps < maxSteps;
+             ++steps, ++at.first, ++at.second) {
+            if (*at.second == row) {
+                position = at.first;
+                break;
+            }
+            if (PartitionList<Record>::key(at.second) != l.key)
+                break;
+        }
+        positions[l.row] = position;
+    }
+}
+
 void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &entries)
 {
     const int n = index.count();
@@ -508,15 +549,23 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
 
     // By key, then one walk by identity for the rows whose key moved. Missed
     // rows stay in address order, as `entries` is.
-    QVector<int> missed;
+    QVector<int> unknown;
+    QVector<const Record *> rows;
     for (int i = 0; i < entries.size(); ++i) {
-        IndexSortEntry &e = entries[i];
-        if (e.position != IndexSortEntry::Unknown)
-            continue;
-        e.position = findByKey(index, *e.row);
+        if (entries.at(i).position == IndexSortEntry::Unknown) {
+            unknown.append(i);
+            rows.append(entries.at(i).row);
+        }
+    }
+    QVector<int> found;
+    findAllByKey(index, rows, found);
+    QVector<int> missed;
+    for (int u = 0; u < unknown.size(); ++u) {
+        IndexSortEntry &e = entries[unknown.at(u)];
+        e.position = found.at(u);
         if (e.position == IndexSortEntry::Unknown) {
             e.position = IndexSortEntry::NotFound;
-            missed.append(i);
+            missed.append(unknown.at(u));
         }
     }
     int left = missed.size();
@@ -557,6 +606,8 @@ void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, 
     if (updated.isEmpty() || unaffectedBy(first, last))
         return;
     d->places.resize(updated.size());
+    QVector<int> sought; // places in `updated`
+    QVector<const Record *> rows;
     for (int i = 0; i < updated.size(); ++i) {
         const Record &row = updated.at(i);
         int place = IndexSortEntry::Unknown;
@@ -568,11 +619,16 @@ void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, 
             if (filter(row) && filter(next) && compareKeyed(key, row, prefixNow(next), next) == 0) {
                 place = IndexSortEntry::Kept;
             } else {
-                place = IndexSortPrivate::findByKey(*this, row);
+                sought.append(i);
+                rows.append(&row);
             }
         }
         d->places[i] = place;
     }
+    QVector<int> found;
+    IndexSortPrivate::findAllByKey(*this, rows, found);
+    for (int s = 0; s < sought.size(); ++s)
+        d->places[sought.at(s)] = found.at(s);
     d->updated = updated;
 }
 

@@ -44,6 +44,11 @@ public:
     static void sortByRow(QVector<IndexSortEntry> &entries, bool keepKept);
     // The position of `row` found by its key and identity, or Unknown.
     static int findByKey(const IndexSort &index, const Record &row);
+    // findByKey() of each row, into `positions`. With exact prefixes the rows
+    // are looked up in the order of their prefixes, each search starting where
+    // the last one ended, so that a batch walks the list about once.
+    static void findAllByKey(const IndexSort &index, const QVector<const Record *> &rows,
+                             QVector<int> &positions);
     // Gives every entry that isn't Kept its position in `index`, or NotFound.
     // Exact: positions from preprocess() are checked, the others are looked for
     // by key and then, for rows whose key moved, by one walk over the list.
