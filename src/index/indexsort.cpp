@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -102,6 +103,77 @@ quint64 IndexSort::prefixOf(double value)
     quint64 bits;
     std::memcpy(&bits, &value, sizeof bits);
     return (bits >> 63) ? ~bits : bits ^ (quint64(1) << 63);
+}
+
+namespace {
+
+// Above every NULL, which is 0; the clamp keeps the order.
+quint64 aboveNull(quint64 prefix)
+{
+    return prefix ? prefix : 1;
+}
+
+// The first four UTF-16 units, big-endian, zero-padded: a shorter string is a
+// prefix of a longer one, and zero is the lowest unit.
+quint64 unitsPrefix(const QString &text)
+{
+    quint64 prefix = 0;
+    const int n = qMin(text.size(), 4);
+    for (int i = 0; i < 4; ++i)
+        prefix = (prefix << 16) | (i < n ? text.at(i).unicode() : 0);
+    return prefix;
+}
+
+// floor(mantissa * 10^(4 - scale)), clamped to 64 bits: exact integer steps,
+// so that no rounding can turn two values round.
+qint64 tenThousandths(qint64 mantissa, int scale)
+{
+    if (scale <= 4) {
+        qint64 v = mantissa;
+        for (int i = scale; i < 4; ++i) {
+            if (v > std::numeric_limits<qint64>::max() / 10)
+                return std::numeric_limits<qint64>::max();
+            if (v < std::numeric_limits<qint64>::min() / 10)
+                return std::numeric_limits<qint64>::min();
+            v *= 10;
+        }
+        return v;
+    }
+    if (scale - 4 > 18)
+        return mantissa < 0 ? -1 : 0;
+    qint64 divisor = 1;
+    for (int i = 4; i < scale; ++i)
+        divisor *= 10;
+    qint64 q = mantissa / divisor;
+    if (mantissa % divisor != 0 && mantissa < 0)
+        --q; // toward minus infinity
+    return q;
+}
+
+} // namespace
+
+quint64 IndexSort::prefixOf(const Field &field)
+{
+    if (field.isNull())
+        return 0;
+    switch (field.type()) {
+    case FieldType::Integer:
+        return aboveNull(prefixOf(qint64(field.asInteger())));
+    case FieldType::Integer64:
+    case FieldType::DateTime:
+        return aboveNull(prefixOf(qint64(field.asInteger64())));
+    case FieldType::Decimal: {
+        const decimal &d = field.asDecimal();
+        return aboveNull(prefixOf(tenThousandths(d.value(), d.scale())));
+    }
+    case FieldType::VarChar:
+        return aboveNull(unitsPrefix(
+                FieldType::varCharToStaticString(field.data(), field.length()).string()));
+    case FieldType::String: // the cell holds a QString
+        return aboveNull(unitsPrefix(*reinterpret_cast<const QString *>(field.data())));
+    default:
+        return 1;
+    }
 }
 
 quint64 IndexSortPrivate::prefixOfRow(const void *index, const Record &row)

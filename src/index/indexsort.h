@@ -72,6 +72,12 @@ public:
     // Order-keeping prefixes of common values, for keyPrefix() overrides.
     static quint64 prefixOf(qint64 value) { return quint64(value) ^ (quint64(1) << 63); }
     static quint64 prefixOf(double value);
+    // A prefix of a cell that keeps Field::compare()'s order among the cells of
+    // one column, NULL lowest: partial, never exact. Integer, Integer64 and
+    // DateTime by value, Decimal by its value in ten-thousandths rounded down,
+    // VarChar and String by their first four UTF-16 units; other types give
+    // the same prefix to every value.
+    static quint64 prefixOf(const Field &field);
 
     // In the searches `from` is exclusive (-1 searches everything) and -1 as a
     // result means not found. O(log n) compares; they allocate nothing.

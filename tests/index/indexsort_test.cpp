@@ -205,4 +205,62 @@ TEST_F(IndexSortTest, ManyNewRowsAtOnePlaceAreOneInsertion)
     EXPECT_TRUE(index.rows() == want);
 }
 
+// prefixOf(Field) keeps Field::compare()'s order within a column: a lower
+// prefix means a lower cell, and a lower cell never has a higher prefix.
+TEST(IndexSortPrefix, FieldPrefixesKeepTheColumnsOrder)
+{
+    Table table(QStringLiteral("cells"));
+    const FieldType::Type types[] = { FieldType::Integer, FieldType::Integer64,
+                                      FieldType::DateTime, FieldType::Decimal,
+                                      FieldType::VarChar, FieldType::String };
+    for (FieldType::Type type : types)
+        table.addColumn(QString::fromLatin1(FieldType::typeName(type)), type, type == FieldType::VarChar ? 6 : 0);
+    std::mt19937_64 rng(5);
+    const QString letters = QStringLiteral("aAz\u00e9\u4e2d\uffff");
+    std::vector<Record> rows;
+    for (int i = 0; i < 300; ++i) {
+        Record r(&table);
+        const qint64 big = qint64(rng()) >> (rng() % 64);
+        const qint64 small = qint64(rng() % 2001) - 1000;
+        QString text;
+        for (int n = int(rng() % 7); n > 0; --n)
+            text += letters.at(int(rng() % letters.size()));
+        for (int c = 0; c < 6; ++c) {
+            if (rng() % 10 == 0)
+                continue; // NULL
+            switch (types[c]) {
+            case FieldType::Decimal: // mixed scales, both signs, huge mantissas
+                r.data(c) = decimal(rng() % 2 ? small : big % (qint64(1) << 55),
+                                    short(int(rng() % 30) - 6));
+                break;
+            case FieldType::VarChar:
+            case FieldType::String:
+                r.data(c) = text;
+                break;
+            case FieldType::Integer:
+                r.data(c) = int(rng() % 2 ? small : big);
+                break;
+            case FieldType::DateTime: // milliseconds, written raw
+                FieldType::setInt64(r.data(c).data(), rng() % 2 ? small : big);
+                r.data(c).clearNull();
+                break;
+            default:
+                r.data(c) = int64(rng() % 2 ? small : big);
+            }
+        }
+        rows.push_back(r);
+    }
+    for (int c = 0; c < 6; ++c) {
+        for (const Record &a : rows) {
+            for (const Record &b : rows) {
+                const int order = a.data(c).compare(b.data(c));
+                const quint64 pa = IndexSort::prefixOf(a.data(c));
+                const quint64 pb = IndexSort::prefixOf(b.data(c));
+                ASSERT_FALSE(order < 0 && pa > pb) << FieldType::typeName(types[c]);
+                ASSERT_FALSE(pa < pb && order >= 0) << FieldType::typeName(types[c]);
+            }
+        }
+    }
+}
+
 } // namespace

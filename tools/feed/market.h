@@ -35,6 +35,12 @@ class ColumnView : public IndexSort
 public:
     ColumnView(Table *table, const QVector<int> &columns);
     int compare(const Record &a, const Record &b) const override;
+    // The first column's prefix: the searches read rows only among its ties.
+    KeyPrefixKind keyPrefixKind() const override { return PartialKeyPrefix; }
+    quint64 keyPrefix(const Record &row) const override
+    {
+        return prefixOf(row.data(m_columns.first()));
+    }
 
 private:
     QVector<int> m_columns;
@@ -46,6 +52,11 @@ class TradeLimit : public IndexLimit
 public:
     TradeLimit(int limit, Table *table) : IndexLimit(limit, table) { }
     int compare(const Record &a, const Record &b) const override;
+    KeyPrefixKind keyPrefixKind() const override { return ExactKeyPrefix; }
+    quint64 keyPrefix(const Record &row) const override
+    {
+        return prefixOf(qint64(row.data(TradeColumn::Id).asInteger64()));
+    }
 };
 
 // The instruments that moved most since the open, in percent: those that
