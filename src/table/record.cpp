@@ -66,23 +66,12 @@ void Record::copy(const Record &other, int first, int last)
         table()->copyRowContent(m_row, other.m_row, first, last);
 }
 
-Field Record::data(int column)
-{
-    Table *t = table();
-    return t->dataPtr(m_row, column);
-}
-
 Field Record::data(const QString &name)
 {
     Table *t = table();
     const int column = t->columnIndex(name);
     // An unknown name gives a Field on no cell instead of reading before the row.
     return column < 0 ? Field() : t->dataPtr(m_row, column);
-}
-
-Field Record::data(int column) const
-{
-    return const_cast<Record *>(this)->data(column);
 }
 
 Field Record::data(const QString &name) const

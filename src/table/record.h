@@ -48,9 +48,10 @@ public:
 
     // No bounds check: an unknown name reads out of range, so test
     // Table::columnExists first. A const handle still writes the shared row.
-    Field data(int column);
+    // By number inline: every compare and key prefix starts here.
+    inline Field data(int column);
     Field data(const QString &name);
-    Field data(int column) const;
+    inline Field data(int column) const;
     Field data(const QString &name) const;
 
     Table *table();
@@ -101,3 +102,8 @@ Q_DECLARE_TYPEINFO(Record, Q_MOVABLE_TYPE);
 Q_DECLARE_METATYPE(Record)
 
 #endif // TABLEDB_TABLE_RECORD_H
+
+// The table's definition, for the inline cell access: table.h defines it when
+// this header came first, and defines Record::data() in either case.
+#include "table/table.h"
+

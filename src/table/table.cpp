@@ -59,6 +59,7 @@ Table::~Table()
     d->masterIndex = nullptr;
     qDeleteAll(d->columns);
     d->columns.clear();
+    m_columnDefs.clear();
     delete d;
     d = nullptr;
 }

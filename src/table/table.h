@@ -11,6 +11,7 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QVector>
 
 class Index;
 class MasterIndex;
@@ -158,7 +159,10 @@ signals:
 
 protected:
     unsigned int nullLength() const;
-    Field dataPtr(unsigned char *row, int column);
+    Field dataPtr(unsigned char *row, int column)
+    {
+        return Field(m_columnDefs.constData()[column], row + RowHeaderSize);
+    }
     void setIndexes(const QList<Index *> &indexes);
     void processSingleTransaction(RecordsTrans &trans);
     void processSingleTransaction(QList<Record> &removed, QList<Record> &updated, int first,
@@ -174,6 +178,7 @@ private:
     void drainPending();
 
     TablePrivate *d;
+    QVector<TableColumnDef *> m_columnDefs; // as d's list, for the inline cell access
     QPointer<StringPool> m_stringPool;
     QElapsedTimer m_timer;
     int64 m_nsecsElapsed;
@@ -210,6 +215,16 @@ public:
 private:
     Table *m_table;
 };
+
+inline Field Record::data(int column)
+{
+    return Table::tablePtr(m_row)->dataPtr(m_row, column);
+}
+
+inline Field Record::data(int column) const
+{
+    return Table::tablePtr(m_row)->dataPtr(m_row, column);
+}
 
 #include "table/tableindexrebuilder.h"
 

@@ -101,6 +101,7 @@ void Table::addColumn(const TableColumnDef &def)
 
     d->cacheColumn(column->name);
     d->columns.append(column);
+    m_columnDefs.append(column);
     d->rowLength += column->lenAligned();
     d->rowSize = newSize;
     for (int i = 0; i < d->columns.size(); ++i)

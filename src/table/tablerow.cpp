@@ -194,11 +194,6 @@ void Table::copyNullPtr(unsigned char *dst, const unsigned char *src, int first,
     dst[lastByte] = (unsigned char)((dst[lastByte] & ~highMask) | (src[lastByte] & highMask));
 }
 
-Field Table::dataPtr(unsigned char *row, int column)
-{
-    return Field(d->columns.at(column), row + RowHeaderSize);
-}
-
 const Record &Table::at(int index) const
 {
     return d->masterIndex->at(index);
