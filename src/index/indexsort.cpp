@@ -514,20 +514,34 @@ bool IndexSort::unaffectedBy(int, int) const
     return false;
 }
 
-void IndexSortPrivate::sortByRow(QVector<IndexSortEntry> &entries, bool keepKept)
+void IndexSortPrivate::dedupe(QVector<IndexSortEntry> &entries, bool keepKept)
 {
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const IndexSortEntry &a, const IndexSortEntry &b) { return *a.row < *b.row; });
+    const int n = entries.size();
+    if (n < 2)
+        return;
+    // Open addressing by row address over the entries kept so far.
+    int bits = 4;
+    while ((1 << bits) < 2 * n)
+        ++bits;
+    const size_t mask = (size_t(1) << bits) - 1;
+    std::vector<int> seen(mask + 1, -1);
     int out = 0;
-    for (int i = 0; i < entries.size();) {
-        int j = i + 1;
-        while (j < entries.size() && *entries.at(j).row == *entries.at(i).row)
-            ++j;
-        entries[out] = entries.at(i);
-        if (j - i > 1 && !keepKept && entries.at(out).position == IndexSortEntry::Kept)
-            entries[out].position = IndexSortEntry::Unknown;
-        ++out;
-        i = j;
+    for (int i = 0; i < n; ++i) {
+        const quint64 address = quint64(quintptr(entries.at(i).row->rowPtr()));
+        size_t h = size_t(((address >> 3) * 0x9E3779B97F4A7C15ULL) >> (64 - bits));
+        for (;; h = (h + 1) & mask) {
+            const int at = seen[h];
+            if (at < 0) {
+                seen[h] = out;
+                entries[out++] = entries.at(i);
+                break;
+            }
+            if (*entries.at(at).row == *entries.at(i).row) {
+                if (!keepKept && entries.at(at).position == IndexSortEntry::Kept)
+                    entries[at].position = IndexSortEntry::Unknown;
+                break;
+            }
+        }
     }
     entries.resize(out);
 }
@@ -572,10 +586,12 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
     const int maxSteps = 64; // as findByKey()
     const ConstIterator last = index.end();
     int from = 0;
+    ConstIterator fromIt = index.begin();
     for (const Lookup &l : qAsConst(lookups)) {
         const Record &row = *rows.at(l.row);
-        auto at = index.m_list.keyBoundNear(l.key, false, from);
+        auto at = index.m_list.keyBoundNear(l.key, false, from, fromIt);
         from = at.first;
+        fromIt = at.second;
         int position = IndexSortEntry::Unknown;
         for (int steps = 0; at.second != last && steps < maxSteps;
              ++steps, ++at.first, ++at.second) {
@@ -619,8 +635,7 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
         }
     }
 
-    // By key, then one walk by identity for the rows whose key moved. Missed
-    // rows stay in address order, as `entries` is.
+    // By key, then one walk by identity for the rows whose key moved.
     QVector<int> unknown;
     QVector<const Record *> rows;
     for (int i = 0; i < entries.size(); ++i) {
@@ -640,6 +655,9 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
             missed.append(unknown.at(u));
         }
     }
+    // By address, for the walk's look-ups.
+    std::sort(missed.begin(), missed.end(),
+              [&entries](int a, int b) { return *entries.at(a).row < *entries.at(b).row; });
     int left = missed.size();
     int p = 0;
     for (ConstIterator it = index.begin(), last = index.end(); it != last && left > 0; ++it, ++p) {
@@ -661,7 +679,7 @@ QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
     entries.reserve(records.size());
     for (const Record &row : qAsConst(records))
         entries.append({ &row, IndexSortEntry::Unknown, -1 });
-    IndexSortPrivate::sortByRow(entries, true);
+    IndexSortPrivate::dedupe(entries, true);
     IndexSortPrivate::locate(*this, entries);
     QMap<Record, int> result;
     for (const IndexSortEntry &e : qAsConst(entries))
@@ -727,7 +745,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     }
     d->updated.clear();
     d->places.clear();
-    IndexSortPrivate::sortByRow(entries, unaffected);
+    IndexSortPrivate::dedupe(entries, unaffected);
 
     QVector<char> passes(entries.size(), 0);
     for (int k = 0; k < entries.size(); ++k) {
@@ -912,10 +930,11 @@ void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
     keys.reserve(int(rows.size()));
     values.reserve(int(rows.size()));
     int from = 0;
+    ConstIterator fromIt = begin();
     for (const Incoming &r : rows) {
-        auto upper = m_list.keyBoundNear(r.key, true, from);
+        auto upper = m_list.keyBoundNear(r.key, true, from, fromIt);
         if (!exact) {
-            const auto lower = m_list.keyBoundNear(r.key, false, from);
+            const auto lower = m_list.keyBoundNear(r.key, false, from, fromIt);
             int lo = lower.first;
             ConstIterator loIt = lower.second;
             int hi = upper.first;
@@ -929,9 +948,10 @@ void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
                     hi = mid;
                 }
             }
-            upper.first = lo;
+            upper = { lo, loIt };
         }
         from = upper.first;
+        fromIt = upper.second;
         places.append(from);
         keys.append(r.key);
         values.append(*r.row);

@@ -37,11 +37,11 @@ public:
     static bool isOwnAdd(const IndexSort *index);
     static bool isOwnResort(const IndexSort *index);
 
-    // Rows sorted by address, one entry each; the first entry of a row wins.
-    // A row that `updated` lists more than once ends with the values of its
-    // last pair, so no pair alone can say that it keeps its key: unless
-    // `keepKept`, such a row loses its Kept mark and is looked at.
-    static void sortByRow(QVector<IndexSortEntry> &entries, bool keepKept);
+    // One entry per row, the first of each in the order given. A row that
+    // `updated` lists more than once ends with the values of its last pair, so
+    // no pair alone can say that it keeps its key: unless `keepKept`, such a
+    // row loses its Kept mark and is looked at.
+    static void dedupe(QVector<IndexSortEntry> &entries, bool keepKept);
     // The position of `row` found by its key and identity, or Unknown.
     static int findByKey(const IndexSort &index, const Record &row);
     // findByKey() of each row, into `positions`. With exact prefixes the rows

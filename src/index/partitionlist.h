@@ -292,8 +292,11 @@ public:
     // `from` on in ascending order.
     std::pair<int, const_iterator> keyBound(quint64 key, bool upper, int from) const;
     // keyBound() for an answer that is likely close behind `from`: gallops
-    // out from there through its block first.
+    // out from there through its block first. `fromIt` is the iterator at
+    // `from`, where the caller has it.
     std::pair<int, const_iterator> keyBoundNear(quint64 key, bool upper, int from) const;
+    std::pair<int, const_iterator> keyBoundNear(quint64 key, bool upper, int from,
+                                                const const_iterator &fromIt) const;
 
 private:
     Partition *newPartition(int capacity);
@@ -537,9 +540,20 @@ PartitionList<T>::keyBoundNear(quint64 key, bool upper, int from) const
         from = 0;
     if (from >= m_count)
         return { m_count, end() };
+    return keyBoundNear(key, upper, from, iteratorAt(from));
+}
+
+template <typename T>
+std::pair<int, typename PartitionList<T>::const_iterator>
+PartitionList<T>::keyBoundNear(quint64 key, bool upper, int from,
+                               const const_iterator &fromIt) const
+{
+    if (from >= m_count)
+        return { m_count, end() };
     auto before = [key, upper](quint64 k) { return upper ? k <= key : k < key; };
-    const int s = slotOf(from);
-    const Partition *p = m_partitions.at(s);
+    Partition *const *slot = fromIt.i.slot;
+    const int s = int(slot - m_partitions.constData());
+    const Partition *p = *slot;
     const int last = p->size - 1;
     if (before(p->keys[last]))
         return keyBound(key, upper, p->base + p->size);
