@@ -64,13 +64,21 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
             setDevice(&file);
             return;
         }
+        // A form that exists but does not open is the one worth naming.
+        if (file.exists())
+            m_openError = file.errorString();
         file.setFileName(path + gzSuffix);
         compressor = new QtIOCompressor(&file, compressionLevel, compressionBuffer);
         compressor->setStreamFormat(QtIOCompressor::GzipFormat);
         if (compressor->open(QIODevice::ReadOnly)) {
             m_target = file.fileName();
+            m_openError.clear();
             m_readAhead = new ReadAheadDevice(compressor);
             setDevice(m_readAhead);
+        } else if (file.exists()) {
+            m_openError = compressor->errorString();
+        } else if (m_openError.isEmpty()) {
+            m_openError = QStringLiteral("no such file");
         }
         return;
     }

@@ -293,6 +293,11 @@ void TableIO::read(QDataStream &stream, bool addColumns, const Convertors &conve
 void TableIO::read(FilterProgress &progress, const QDir &dir, bool addColumns)
 {
     TableFileStream stream(fileName(dir), QIODevice::ReadOnly);
+    if (!stream.device()) {
+        m_lastError = QStringLiteral("Table file %1 was not read: %2")
+                              .arg(fileName(dir), stream.openError());
+        return;
+    }
     readStream(progress, stream, addColumns, Convertors(), true, stream.targetName());
 }
 

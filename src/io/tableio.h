@@ -120,11 +120,13 @@ public:
     void read(QDataStream &stream);
     void read(QDataStream &stream, bool addColumns);
     void read(QDataStream &stream, bool addColumns, const Convertors &convertors);
-    // The plain file wins over the ".gz" one; no file leaves the table as it was.
+    // The plain file wins over the ".gz" one. No file, or none that opens,
+    // leaves the table as it was and lastError() saying why ("no such file"
+    // when neither form exists).
     void read(FilterProgress &progress, const QDir &dir, bool addColumns);
     void read(const QDir &dir, bool addColumns);
-    // Empty after a read that took the whole stream (or found none); otherwise
-    // what went wrong.
+    // Empty after a read that took the whole stream (or found an empty one);
+    // otherwise what went wrong.
     QString lastError() const { return m_lastError; }
 
     // The rows of one table, prefixed with its name. An empty list writes
