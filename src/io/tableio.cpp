@@ -253,11 +253,17 @@ void TableIO::write(QDataStream &stream, bool withRows)
 
 void TableIO::write(FilterProgress &progress, const QDir &dir, bool withRows)
 {
-    TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
-    if (!stream.device())
-        stream.commit(); // throws: the file could not be opened
-    write(progress, stream, withRows);
-    stream.commit();
+    m_lastError.clear();
+    try {
+        TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
+        if (!stream.device())
+            stream.commit(); // throws: the file could not be opened
+        write(progress, stream, withRows);
+        stream.commit();
+    } catch (const Exception &e) {
+        m_lastError = e.message();
+        throw;
+    }
 }
 
 void TableIO::write(const QDir &dir)
