@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# The one build entry point: installs what is missing, configures, builds, then
+# The one build entry point: installs what is missing, configures, builds what
+# the action needs, then
 #   run    runs the main program, tabledb-feed, with any further arguments (the default)
 #   test   runs the whole test suite through CTest
 #   bench  runs the benchmarks
-#   build  only builds
+#   build  only builds, everything
 #   configure  only configures (for a caller that builds chosen targets)
 # Environment: BUILD_DIR (default build, or build-<sanitizer>), TABLEDB_SANITIZE
 # (empty, address or thread), BUILD_TYPE (default RelWithDebInfo), JOBS, and
@@ -28,10 +29,14 @@ jobs=${JOBS:-$(nproc)}
 cmake -S . -B "$build_dir" \
     -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" \
     -DTABLEDB_SANITIZE="$sanitize" ${CMAKE_ARGS:-} >/dev/null
-if [ "$action" = configure ]; then
-    exit 0
-fi
-cmake --build "$build_dir" -j "$jobs"
+case "$action" in
+    configure) exit 0 ;;
+    run) targets=(--target tabledb-feed) ;;
+    test) targets=(--target tabledb_tests) ;;
+    bench) targets=(--target tabledb_benchmarks) ;;
+    *) targets=() ;;
+esac
+cmake --build "$build_dir" -j "$jobs" ${targets[@]+"${targets[@]}"}
 
 case "$sanitize" in
     address|on|ON)

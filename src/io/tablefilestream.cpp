@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <cerrno>
 #include <system_error>
 #include <thread>
 
@@ -64,13 +65,21 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
             setDevice(&file);
             return;
         }
+        // A form that exists but does not open is the one worth naming.
+        if (file.exists())
+            m_openError = file.errorString();
         file.setFileName(path + gzSuffix);
         compressor = new QtIOCompressor(&file, compressionLevel, compressionBuffer);
         compressor->setStreamFormat(QtIOCompressor::GzipFormat);
         if (compressor->open(QIODevice::ReadOnly)) {
             m_target = file.fileName();
+            m_openError.clear();
             m_readAhead = new ReadAheadDevice(compressor);
             setDevice(m_readAhead);
+        } else if (file.exists()) {
+            m_openError = compressor->errorString();
+        } else if (m_openError.isEmpty()) {
+            m_openError = QStringLiteral("no such file");
         }
         return;
     }
@@ -79,7 +88,9 @@ TableFileStream::TableFileStream(const QString &path, QIODevice::OpenMode mode)
     m_target = compress ? path + gzSuffix : path;
     m_otherForm = compress ? path : path + gzSuffix;
     m_saveFile = new QSaveFile(m_target);
-    if (!m_saveFile->open(QIODevice::WriteOnly))
+    // Whole blocks come from the write-behind thread: Qt's buffer would only
+    // copy them, and a failed flush of it loses the system's reason.
+    if (!m_saveFile->open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return;
     try {
         m_writeBehind = new WriteBehindDevice(m_saveFile);
@@ -129,9 +140,11 @@ void TableFileStream::commit()
         compressor->close(); // a failed write shows in finish()
     setDevice(nullptr);
     if (!m_writeBehind->finish())
-        fail(m_writeBehind->errorString());
-    if (!m_saveFile->flush() || ::fdatasync(m_saveFile->handle()) != 0)
-        fail(m_saveFile->errorString());
+        fail(QStringLiteral("write error: ") + m_writeBehind->errorString());
+    if (!m_saveFile->flush())
+        fail(QStringLiteral("write error: ") + m_saveFile->errorString());
+    if (::fdatasync(m_saveFile->handle()) != 0)
+        fail(QStringLiteral("write error: ") + qt_error_string(errno));
     // Held open over the rename, so that freeing it is not the caller's wait.
     const int old = openIfExists(m_target);
     if (!m_saveFile->commit()) {

@@ -37,6 +37,9 @@ public:
     void commit();
     // The file written or read; empty when none could be opened for reading.
     QString targetName() const { return m_target; }
+    // Reading: why no file could be opened, "no such file" when neither form
+    // exists and else the system's reason; empty once one is open.
+    QString openError() const { return m_openError; }
 
     QFile file; // the file read
     QtIOCompressor *compressor; // owned; null for a plain file
@@ -49,6 +52,7 @@ private:
     WriteBehindDevice *m_writeBehind; // owned; writes m_saveFile on a thread
     QString m_target;
     QString m_otherForm; // removed after a successful commit
+    QString m_openError;
 
     Q_DISABLE_COPY(TableFileStream)
 };

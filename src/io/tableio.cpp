@@ -253,11 +253,17 @@ void TableIO::write(QDataStream &stream, bool withRows)
 
 void TableIO::write(FilterProgress &progress, const QDir &dir, bool withRows)
 {
-    TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
-    if (!stream.device())
-        stream.commit(); // throws: the file could not be opened
-    write(progress, stream, withRows);
-    stream.commit();
+    m_lastError.clear();
+    try {
+        TableFileStream stream(fileName(dir), QIODevice::WriteOnly);
+        if (!stream.device())
+            stream.commit(); // throws: the file could not be opened
+        write(progress, stream, withRows);
+        stream.commit();
+    } catch (const Exception &e) {
+        m_lastError = e.message();
+        throw;
+    }
 }
 
 void TableIO::write(const QDir &dir)
@@ -293,6 +299,11 @@ void TableIO::read(QDataStream &stream, bool addColumns, const Convertors &conve
 void TableIO::read(FilterProgress &progress, const QDir &dir, bool addColumns)
 {
     TableFileStream stream(fileName(dir), QIODevice::ReadOnly);
+    if (!stream.device()) {
+        m_lastError = QStringLiteral("Table file %1 was not read: %2")
+                              .arg(fileName(dir), stream.openError());
+        return;
+    }
     readStream(progress, stream, addColumns, Convertors(), true, stream.targetName());
 }
 

@@ -105,7 +105,8 @@ public:
     void write(FilterProgress &progress, QDataStream &stream, bool withRows);
     void write(QDataStream &stream, bool withRows);
     // To fileName(dir), compressed if the host asks for it; see the class
-    // comment. Throws Exception naming the file when it cannot be written.
+    // comment. Throws Exception naming the file and the system's reason when
+    // it cannot be written; lastError() says the same.
     void write(FilterProgress &progress, const QDir &dir, bool withRows);
     void write(const QDir &dir);
 
@@ -120,11 +121,13 @@ public:
     void read(QDataStream &stream);
     void read(QDataStream &stream, bool addColumns);
     void read(QDataStream &stream, bool addColumns, const Convertors &convertors);
-    // The plain file wins over the ".gz" one; no file leaves the table as it was.
+    // The plain file wins over the ".gz" one. No file, or none that opens,
+    // leaves the table as it was and lastError() saying why ("no such file"
+    // when neither form exists).
     void read(FilterProgress &progress, const QDir &dir, bool addColumns);
     void read(const QDir &dir, bool addColumns);
-    // Empty after a read that took the whole stream (or found none); otherwise
-    // what went wrong.
+    // Empty after a read that took the whole stream (or found an empty one),
+    // and after a save to a directory that succeeded; otherwise what went wrong.
     QString lastError() const { return m_lastError; }
 
     // The rows of one table, prefixed with its name. An empty list writes

@@ -44,7 +44,7 @@ void WriteBehindDevice::run()
             if (m_blocks.size() == maxBlocks - 1) // the writer may be waiting for room
                 m_changed.notify_all();
         }
-        if (m_target->write(block) != block.size()) {
+        if (!writeAll(block)) {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_failed = true;
             m_error = m_target->errorString();
@@ -63,6 +63,19 @@ void WriteBehindDevice::run()
             startedBack = written;
         }
     }
+}
+
+bool WriteBehindDevice::writeAll(const QByteArray &block)
+{
+    // A full disk first shows as a short write, which carries no reason; the
+    // write of the rest fails with the system's.
+    for (qint64 done = 0; done < block.size();) {
+        const qint64 n = m_target->write(block.constData() + done, block.size() - done);
+        if (n <= 0)
+            return false;
+        done += n;
+    }
+    return true;
 }
 
 bool WriteBehindDevice::queue(QByteArray &block)

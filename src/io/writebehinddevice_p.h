@@ -20,7 +20,8 @@ class QFileDevice;
 class WriteBehindDevice : public QIODevice
 {
 public:
-    // REQUIRES: `target` is open for writing and outlives this object.
+    // REQUIRES: `target` is open for writing, unbuffered so that a failed
+    // write carries the system's reason, and outlives this object.
     explicit WriteBehindDevice(QFileDevice *target);
     ~WriteBehindDevice() override; // stop()s
 
@@ -44,6 +45,7 @@ protected:
 
 private:
     void run();
+    bool writeAll(const QByteArray &block); // false with the target's error set
     bool queue(QByteArray &block); // false once writing has failed
     void end(bool dropQueued);
 

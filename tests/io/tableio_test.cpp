@@ -123,12 +123,26 @@ TEST(TableIO, MissingEmptyForeignAndShortFiles)
     std::unique_ptr<Table> other(fillRandom(makeAllTypesTable(), 3, 4));
     TableIO io(t.get());
     EXPECT_EQ(io.fileName(QDir(dir.path())), dir.filePath("orders"));
-    io.read(QDir(dir.path()), false); // no file: untouched
-    EXPECT_EQ(t->rowCount(), 10);
+    // No file, or a directory in its place: untouched, and said why.
+    QDir(dir.path()).mkpath("sub/orders");
+    const struct
+    {
+        QString dir;
+        QString error;
+    } unread[] = {
+        {dir.path(), QStringLiteral("no such file")},
+        {dir.filePath("sub"), QStringLiteral("file to open is a directory")},
+    };
+    for (const auto &u : unread) {
+        io.read(QDir(u.dir), false);
+        EXPECT_EQ(t->rowCount(), 10);
+        EXPECT_EQ(io.lastError(), QStringLiteral("Table file %1/orders was not read: %2").arg(u.dir, u.error));
+    }
     {
         QDataStream in(QByteArray{});
         io.read(in);
         EXPECT_EQ(t->rowCount(), 10);
+        EXPECT_TRUE(io.lastError().isEmpty());
     }
 
     // Both forms left by an outside hand: the plain one wins.

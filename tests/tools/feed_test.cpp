@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QTemporaryDir>
 
 namespace {
@@ -73,8 +74,13 @@ TEST(FeedOptions, ReadsEveryOptionAndRejectsBadValues)
                   FeedOptions::Error);
         EXPECT_TRUE(error.contains(QLatin1String(c.mentions))) << error.toStdString();
     }
-    EXPECT_EQ(FeedOptions::parse({ "tabledb-feed", "--help" }, &options, &error), FeedOptions::HelpShown);
-    EXPECT_TRUE(error.contains(QLatin1String("--transactions")));
+    // The help gives the defaults that a run gets.
+    FeedOptions defaults;
+    EXPECT_EQ(FeedOptions::parse({ "tabledb-feed", "--help" }, &defaults, &error), FeedOptions::HelpShown);
+    for (const QString &line : { QStringLiteral("Number of instruments (default %1).").arg(defaults.instruments),
+                                 QStringLiteral("tables together (default %1).").arg(defaults.transactions),
+                                 QStringLiteral("saved tables (default %1).").arg(defaults.dataDir) })
+        EXPECT_TRUE(error.simplified().contains(line)) << error.toStdString(); // lines may wrap
 }
 
 // A short run passes every check and says so. The same seed gives the same
@@ -103,8 +109,8 @@ TEST(FeedSession, ShortRunsPassEveryCheckAndRepeat)
     EXPECT_EQ(json.value(QStringLiteral("transactions")).toInt(), 600);
     EXPECT_EQ(json.value(QStringLiteral("rows")).toObject().value(QStringLiteral("Instruments")).toInt(),
               300);
-    for (const char *key : { "tx_per_s", "p50_ms", "p99_ms", "views_exact", "joins_exact",
-                             "reload_equal" })
+    for (const char *key : { "tx_per_s", "row_changes_per_s", "join_rows_per_s", "p50_ms", "p99_ms",
+                             "views_exact", "joins_exact", "reload_equal" })
         EXPECT_TRUE(json.contains(QLatin1String(key))) << key;
     EXPECT_EQ(json.value(QStringLiteral("views_exact")).toBool(), summary.viewsExact);
 
@@ -121,6 +127,37 @@ TEST(FeedSession, ShortRunsPassEveryCheckAndRepeat)
         EXPECT_FALSE(dir.exists(table->name())) << table->name().toStdString();
     }
     EXPECT_TRUE(dir.exists(QStringLiteral("feed.log")));
+}
+
+// The join writes each new order's copies once, and after a quote every
+// order of each instrument quoted (those stamped with the session's clock);
+// the count takes exactly those rows, and the summary the run's share.
+TEST(FeedSession, CountsTheRowsTheJoinRewrites)
+{
+    FeedOptions options = smallRun();
+    options.transactions = 1; // one quote transaction
+    FeedSession session(options, nullptr, FeedSession::NoProgress);
+    session.prepare();
+    Market &market = session.market();
+    market.orderTransaction(100);
+    EXPECT_GT(market.ordersPlaced(), 0);
+    EXPECT_EQ(market.joinRowsWritten(), market.ordersPlaced());
+
+    const FeedSummary summary = session.run();
+    EXPECT_EQ(summary.rowChanges, 100);
+    QSet<QString> quoted;
+    for (int i = 0; i < market.instruments()->rowCount(); ++i) {
+        const Record &row = market.instruments()->at(i);
+        if (row.data(InstrumentColumn::Time).toDatetime() == market.clock())
+            quoted.insert(row.data(InstrumentColumn::Board).toString() + row.data(InstrumentColumn::Code).toString());
+    }
+    qint64 rewritten = 0;
+    for (int i = 0; i < market.orders()->rowCount(); ++i) {
+        const Record &row = market.orders()->at(i);
+        rewritten += quoted.contains(row.data(OrderColumn::Board).toString() + row.data(OrderColumn::Code).toString());
+    }
+    EXPECT_GT(rewritten, 0);
+    EXPECT_EQ(summary.joinRows, rewritten);
 }
 
 TEST(FeedSession, TamperedViewIsReported)

@@ -40,24 +40,30 @@ FeedOptions::ParseResult FeedOptions::parse(const QStringList &arguments, FeedOp
             "files, checked at the end."));
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
+    // The parser does not show defaults: the descriptions carry them, taken
+    // from the values that an option left out keeps.
+    auto option = [](const char *name, const char *description, const char *valueName,
+                     const QString &defaultValue) {
+        return QCommandLineOption(QString::fromLatin1(name),
+                                  QStringLiteral("%1 (default %2).")
+                                          .arg(QString::fromLatin1(description), defaultValue),
+                                  QString::fromLatin1(valueName), defaultValue);
+    };
     parser.addOptions({
-            { QStringLiteral("instruments"), QStringLiteral("Number of instruments."),
-              QStringLiteral("N"), QString::number(options->instruments) },
-            { QStringLiteral("orders"), QStringLiteral("Orders placed before the session."),
-              QStringLiteral("N"), QString::number(options->orders) },
-            { QStringLiteral("transactions"),
-              QStringLiteral("Transactions to apply (all tables together)."), QStringLiteral("N"),
-              QString::number(options->transactions) },
+            option("instruments", "Number of instruments", "N",
+                   QString::number(options->instruments)),
+            option("orders", "Orders placed before the session", "N",
+                   QString::number(options->orders)),
+            option("transactions", "Transactions to apply, all tables together", "N",
+                   QString::number(options->transactions)),
             { QStringLiteral("seconds"),
               QStringLiteral("Run for S seconds instead of a number of transactions."),
               QStringLiteral("S") },
-            { QStringLiteral("seed"), QStringLiteral("Seed of the generated session."),
-              QStringLiteral("N"), QString::number(options->seed) },
-            { QStringLiteral("data"), QStringLiteral("Directory for the saved tables."),
-              QStringLiteral("DIR"), options->dataDir },
+            option("seed", "Seed of the generated session", "N", QString::number(options->seed)),
+            option("data", "Directory for the saved tables", "DIR", options->dataDir),
             { QStringLiteral("compress"), QStringLiteral("Save the tables gzip-compressed.") },
-            { QStringLiteral("threads"), QStringLiteral("Threads of the global pool."),
-              QStringLiteral("N"), QString::number(options->threads) },
+            option("threads", "Threads of the global pool", "N",
+                   QString::number(options->threads)),
             { QStringLiteral("quiet"), QStringLiteral("Print only the final summary.") },
             { QStringLiteral("summary-json"), QStringLiteral("Write the summary as JSON to FILE."),
               QStringLiteral("FILE") },

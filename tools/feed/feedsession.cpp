@@ -78,6 +78,7 @@ FeedSummary FeedSession::run()
 
     std::vector<double> latencies;
     qint64 transactions = 0, rowChanges = 0;
+    const qint64 joinRowsBefore = m_market->joinRowsWritten();
     QElapsedTimer clock;
     clock.start();
     QElapsedTimer step;
@@ -126,6 +127,7 @@ FeedSummary FeedSession::run()
 
     summary.transactions = transactions;
     summary.rowChanges = rowChanges;
+    summary.joinRows = m_market->joinRowsWritten() - joinRowsBefore;
     summary.seconds = seconds;
     summary.p50Ms = FeedSummary::percentile(latencies, 0.5);
     summary.p99Ms = FeedSummary::percentile(latencies, 0.99);

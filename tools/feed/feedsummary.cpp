@@ -19,11 +19,14 @@ QString verdict(bool ok)
 QString FeedSummary::toText() const
 {
     QString text;
-    text += QStringLiteral("transactions   %1 in %2 s: %3 per second, %4 row changes per second\n")
+    text += QStringLiteral("transactions   %1 in %2 s: %3 per second\n")
                     .arg(transactions)
                     .arg(seconds, 0, 'f', 2)
-                    .arg(txPerSecond(), 0, 'f', 0)
-                    .arg(rowsPerSecond(), 0, 'f', 0);
+                    .arg(txPerSecond(), 0, 'f', 0);
+    text += QStringLiteral("row changes    %1 per second written, %2 per second rewritten by "
+                           "the join\n")
+                    .arg(rowsPerSecond(), 0, 'f', 0)
+                    .arg(joinRowsPerSecond(), 0, 'f', 0);
     text += QStringLiteral("latency        median %1 ms, 99th percentile %2 ms\n")
                     .arg(p50Ms, 0, 'f', 3)
                     .arg(p99Ms, 0, 'f', 3);
@@ -58,6 +61,7 @@ QByteArray FeedSummary::toJson() const
         { QStringLiteral("seconds"), seconds },
         { QStringLiteral("tx_per_s"), txPerSecond() },
         { QStringLiteral("row_changes_per_s"), rowsPerSecond() },
+        { QStringLiteral("join_rows_per_s"), joinRowsPerSecond() },
         { QStringLiteral("p50_ms"), p50Ms },
         { QStringLiteral("p99_ms"), p99Ms },
         { QStringLiteral("bytes_per_row"), bytesPerRow },

@@ -13,7 +13,8 @@
 struct FeedSummary
 {
     qint64 transactions = 0;
-    qint64 rowChanges = 0; // rows inserted, updated or removed
+    qint64 rowChanges = 0; // rows inserted, updated or removed by the session
+    qint64 joinRows = 0; // order rows the join rewrote besides
     QList<QPair<QString, int>> rows; // per table, in creation order
     double seconds = 0;
     double p50Ms = 0;
@@ -33,6 +34,7 @@ struct FeedSummary
 
     double txPerSecond() const { return seconds > 0 ? transactions / seconds : 0; }
     double rowsPerSecond() const { return seconds > 0 ? rowChanges / seconds : 0; }
+    double joinRowsPerSecond() const { return seconds > 0 ? joinRows / seconds : 0; }
     bool passed() const { return viewsExact && joinsExact && changesSeen && reloadEqual && problems.isEmpty(); }
 
     QString toText() const;

@@ -67,6 +67,29 @@ int TradeLimit::compare(const Record &a, const Record &b) const
     return x < y ? -1 : (x > y ? 1 : 0);
 }
 
+JoinWrites::JoinWrites(Table *orders) : m_table(orders)
+{
+    m_table->addIndex(this);
+}
+
+JoinWrites::~JoinWrites()
+{
+    m_table->removeIndex(this);
+}
+
+void JoinWrites::process(const QList<Record> &removed, const QList<Record> &updated, int first,
+                         int, const QList<Record> &inserted)
+{
+    if (first >= OrderColumn::Last)
+        m_rows += removed.size() + updated.size() + inserted.size();
+}
+
+void JoinWrites::update(const Record &, int first, int, int)
+{
+    if (first >= OrderColumn::Last)
+        ++m_rows;
+}
+
 Market::Market(const Config &config)
     : m_config(config), m_random(config.seed), m_clock(2026, 11, 24, 10, 0, 0, 0)
 {
@@ -86,6 +109,7 @@ Market::~Market()
 {
     // The join and the views leave their tables' lists, so they go first.
     m_join.reset();
+    m_joinWrites.reset();
     if (m_ordersByInstrument)
         m_orders->removeIndex(m_ordersByInstrument.get());
     m_ordersByInstrument.reset();
@@ -186,6 +210,7 @@ void Market::createViews()
     m_topMovers.reset(new TopMovers(m_instruments.get(), 5));
     m_topMovers->build();
     m_orderLog.reset(new WatchIndex(m_orders.get()));
+    m_joinWrites.reset(new JoinWrites(m_orders.get()));
 }
 
 void Market::createJoin()

@@ -75,6 +75,33 @@ private:
     int m_threshold;
 };
 
+// Counts the order rows that the join rewrites: the rows of the batches that
+// write only its copies of the instrument's columns, which nothing else
+// writes alone. Joins the table's index list for its lifetime.
+class JoinWrites : public Index
+{
+public:
+    explicit JoinWrites(Table *orders);
+    ~JoinWrites() override;
+
+    qint64 rows() const { return m_rows; }
+
+    void process(const QList<Record> &removed, const QList<Record> &updated, int first, int last,
+                 const QList<Record> &inserted) override;
+    void update(const Record &record, int first, int last, int index) override;
+    void clear() override { }
+    void build() override { }
+    void add(const Record &) override { }
+    void remove(const Record &, int) override { }
+    bool filter(const Record &) const override { return true; }
+    bool contains(const Record &) const override { return false; }
+    QString getClassName() const override { return QStringLiteral("JoinWrites"); }
+
+private:
+    Table *m_table; // not owned
+    qint64 m_rows = 0;
+};
+
 // A named view of one of the market's tables.
 struct MarketView
 {
@@ -117,6 +144,10 @@ public:
     // Orders placed and cancelled since the start of the session.
     qint64 ordersPlaced() const { return m_ordersPlaced; }
     qint64 ordersCancelled() const { return m_ordersCancelled; }
+    // Order rows whose copies of the instrument's last price and lot the join
+    // has rewritten since the tables were filled: every order of an
+    // instrument whose quote changed, and each new order once.
+    qint64 joinRowsWritten() const { return m_joinWrites->rows(); }
 
     // Price, quote and volume changes of `updates` random instruments.
     void quoteTransaction(int updates);
@@ -169,6 +200,7 @@ private:
     std::unique_ptr<WatchIndex> m_orderLog;
     std::unique_ptr<MasterIndex> m_ordersByInstrument; // the join's key
     std::unique_ptr<TableJoin> m_join;
+    std::unique_ptr<JoinWrites> m_joinWrites;
     qint64 m_ordersPlaced = 0;
     qint64 m_ordersCancelled = 0;
     std::vector<InstrumentState> m_instrumentStates;

@@ -5,6 +5,84 @@
 
 #include <QDataStream>
 #include <QFileInfo>
+#include <QMutex>
+#include <QVector>
+
+namespace {
+
+// The library warns of a damaged file through Qt's log and says the same in
+// lastError(), which the caller of readTable() reports with the file's name.
+// So that the damage is told once, the warnings of a read are held back and
+// passed on after it, all but that one.
+class HeldWarnings
+{
+public:
+    HeldWarnings()
+    {
+        QMutexLocker locker(&mutex());
+        s_held = this;
+        s_previous = qInstallMessageHandler(&hold);
+    }
+    ~HeldWarnings() { release(QString()); }
+
+    // Restores the previous handler and passes on what was held, but for
+    // `reported`.
+    void release(const QString &reported)
+    {
+        QVector<Warning> warnings;
+        {
+            QMutexLocker locker(&mutex());
+            if (s_held != this)
+                return;
+            s_held = nullptr;
+            warnings.swap(m_warnings);
+            qInstallMessageHandler(s_previous);
+        }
+        for (const Warning &w : qAsConst(warnings)) {
+            if (w.text != reported)
+                s_previous(QtWarningMsg, QMessageLogContext(w.file, w.line, w.function, w.category),
+                           w.text);
+        }
+    }
+
+private:
+    struct Warning
+    {
+        const char *file; // the context's strings are literals
+        int line;
+        const char *function;
+        const char *category;
+        QString text;
+    };
+
+    static QMutex &mutex()
+    {
+        static QMutex m;
+        return m;
+    }
+
+    static void hold(QtMsgType type, const QMessageLogContext &context, const QString &text)
+    {
+        {
+            QMutexLocker locker(&mutex());
+            if (type == QtWarningMsg && s_held) {
+                s_held->m_warnings.append(
+                        { context.file, context.line, context.function, context.category, text });
+                return;
+            }
+        }
+        s_previous(type, context, text);
+    }
+
+    static HeldWarnings *s_held; // under mutex()
+    static QtMessageHandler s_previous; // kept after release, for late callers
+    QVector<Warning> m_warnings;
+};
+
+HeldWarnings *HeldWarnings::s_held = nullptr;
+QtMessageHandler HeldWarnings::s_previous = nullptr;
+
+} // namespace
 
 TableFile::TableFile() = default;
 
@@ -85,7 +163,9 @@ std::unique_ptr<Table> TableFile::readTable(FilterProgress &progress, QString *e
     if (!openStream(error))
         return table;
     TableIO io(table.get());
+    HeldWarnings warnings;
     io.read(progress, *m_stream, true, TableIO::Convertors(), true);
+    warnings.release(io.lastError());
     if (!io.lastError().isEmpty()) {
         *error = QStringLiteral("%1: %2").arg(m_path, io.lastError());
     } else if (!m_stream->atEnd()) {
