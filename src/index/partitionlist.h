@@ -12,6 +12,7 @@
 #include <iterator>
 #include <new>
 #include <utility>
+#include <vector>
 
 // A sequence cut into blocks of at most some 10000 elements, so that inserting
 // or removing in the middle of millions of elements moves at most one block.
@@ -749,21 +750,21 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
         int from; // first of the gap's values
         int count;
     };
-    QVector<Gap> gaps; // pending for block s, ascending
+    std::vector<Gap> gaps; // pending for block s, ascending
     int pending = 0;
     int s = 1;
     int base = 0; // list position of block s's first element
     const auto keyAt = [&](int v) { return keys ? keys->at(v) : keyOf(values.at(v)); };
     // Opens all pending gaps of block s in one pass from the back.
     auto flush = [&]() {
-        if (gaps.isEmpty())
+        if (gaps.empty())
             return;
         Partition *p = m_partitions.at(s);
         reserve(p, p->size + pending);
         int shift = pending;
         int tail = p->size;
-        for (int g = gaps.size() - 1; g >= 0; --g) {
-            const Gap &gap = gaps.at(g);
+        for (int g = int(gaps.size()) - 1; g >= 0; --g) {
+            const Gap &gap = gaps[size_t(g)];
             std::memmove(static_cast<void *>(p->data + gap.at + shift),
                          static_cast<const void *>(p->data + gap.at),
                          size_t(tail - gap.at) * sizeof(T));
@@ -804,7 +805,7 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
             // The key function gives these keys again.
             insert(position, values.mid(i, j - i));
         } else {
-            gaps.append({ n - pending, i, j - i });
+            gaps.push_back({ n - pending, i, j - i });
             pending += j - i;
             if (m_partitions.at(s)->size + pending >= m_maxPartitionSize) {
                 flush();

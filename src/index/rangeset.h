@@ -13,8 +13,8 @@ class RangeSet
 {
 public:
     // Adds [begin, end), merging it with every range it overlaps or touches.
-    // An empty range (end not above begin) adds nothing. O(log n) searches plus
-    // the list's insert and erase.
+    // An empty range (end not above begin) adds nothing. O(1) behind the last
+    // range, otherwise O(log n) searches plus the list's insert and erase.
     void add(const T &begin, const T &end);
 
     const QList<T> &boundaries() const { return m_boundaries; }
@@ -36,6 +36,16 @@ void RangeSet<T>::add(const T &begin, const T &end)
 {
     if (!(begin < end))
         return;
+    // Ranges added in ascending order, the usual case, go on the end.
+    if (m_boundaries.isEmpty() || m_boundaries.last() < begin) {
+        m_boundaries.append(begin);
+        m_boundaries.append(end);
+        return;
+    }
+    if (m_boundaries.last() == begin) {
+        m_boundaries.last() = end;
+        return;
+    }
     const auto first = m_boundaries.begin();
     const int i = int(std::lower_bound(first, m_boundaries.end(), begin) - first);
     const int j = int(std::lower_bound(first + i, m_boundaries.end(), end) - first);
