@@ -239,8 +239,8 @@ public:
     // A position on a block boundary goes at the end of the earlier block. A
     // position past the end makes a new last block; a negative one counts as 0.
     void insert(int position, const T &value);
-    // Opens one gap for all values; the block may grow far beyond 10000 and is
-    // split at most once, in halves.
+    // Opens one gap for all values; a block that reaches 10000 is split in
+    // halves, one of 20000 or more into blocks of about 5000.
     void insert(int position, const QList<T> &values);
     // Inserts values[i] at places[i], a position in the list as it stands
     // before the call. REQUIRES: places non-decreasing and as many as values,
@@ -822,19 +822,28 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
 template <typename T>
 void PartitionList<T>::splitAt(int s)
 {
+    // In halves; a block grown far past the maximum by a bulk insertion goes
+    // into blocks of about half the maximum, so that no later change of one
+    // element moves a huge block.
     Partition *p = m_partitions.at(s);
-    const int keep = p->size / 2;
-    const int rest = p->size - keep;
-    Partition *q = newPartition(qMax(m_maxPartitionSize + 2, rest));
-    std::memcpy(static_cast<void *>(q->data), static_cast<const void *>(p->data + keep),
-                size_t(rest) * sizeof(T));
-    if (p->keys)
-        std::memcpy(q->keys, p->keys + keep, size_t(rest) * sizeof(quint64));
-    q->size = rest;
-    q->end = q->data + rest;
-    p->size = keep;
-    p->end = p->data + keep;
-    m_partitions.insert(s + 1, q);
+    const int size = p->size;
+    const int half = m_maxPartitionSize / 2;
+    const int pieces = size < 2 * m_maxPartitionSize ? 2 : (size + half - 1) / half;
+    const auto pieceStart = [size, pieces](int i) { return int(qint64(size) * i / pieces); };
+    for (int i = pieces - 1; i >= 1; --i) {
+        const int from = pieceStart(i);
+        const int rest = pieceStart(i + 1) - from;
+        Partition *q = newPartition(qMax(m_maxPartitionSize + 2, rest));
+        std::memcpy(static_cast<void *>(q->data), static_cast<const void *>(p->data + from),
+                    size_t(rest) * sizeof(T));
+        if (p->keys)
+            std::memcpy(q->keys, p->keys + from, size_t(rest) * sizeof(quint64));
+        q->size = rest;
+        q->end = q->data + rest;
+        m_partitions.insert(s + 1, q);
+    }
+    p->size = pieceStart(1);
+    p->end = p->data + p->size;
     rebase(s);
 }
 

@@ -85,8 +85,8 @@ TEST_F(PartitionListTest, BlocksFillSplitAndMergeByTheirRules)
         { "append fills to 9999, insert splits in halves", "a9999 =9999 i100 =5000,5000" },
         { "a boundary goes to the earlier block", "a10000 =9999,1 i10000 =9999,2" },
         { "past the end opens a last block", "i0 i5 =1,1 i-3 =2,1" },
-        { "bulk insert overfills, then one split",
-          "a100 b50:25000 =12550,12550 i1 =6275,6276,12550" },
+        { "bulk insert overfills, then splits into blocks of about half the maximum",
+          "a100 b50:25000 =4183,4183,4184,4183,4183,4184 i1 =4184,4183,4184,4183,4183,4184" },
         { "merge only below 5000", "a9999 i0 x =5000,5000 x0:2500:5000:7499 =2500,2501 r4000 "
                                    "=2500,2500 r0 =4999 r4999 r-1 =4999" },
         { "the last element leaves", "a10000 r9999 =9999 a1 =9999,1 r9999 =9999" },
