@@ -925,10 +925,10 @@ void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
     // from the previous row's place on.
     QVector<int> places;
     QVector<quint64> keys;
-    QList<Record> values;
+    std::vector<const Record *> values;
     places.reserve(int(rows.size()));
     keys.reserve(int(rows.size()));
-    values.reserve(int(rows.size()));
+    values.reserve(rows.size());
     int from = 0;
     ConstIterator fromIt = begin();
     for (const Incoming &r : rows) {
@@ -954,7 +954,7 @@ void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
         fromIt = upper.second;
         places.append(from);
         keys.append(r.key);
-        values.append(*r.row);
+        values.push_back(r.row);
     }
     m_list.insertRuns(places, values, keys);
 }

@@ -287,6 +287,9 @@ public:
     // insertRuns() with keys[i] the key of values[i]. REQUIRES: hasKeys().
     void insertRuns(const QVector<int> &places, const QList<T> &values,
                     const QVector<quint64> &keys);
+    // insertRuns() of *values[i], each copied once, straight into its block.
+    void insertRuns(const QVector<int> &places, const std::vector<const T *> &values,
+                    const QVector<quint64> &keys);
     // The first position in from..count() whose key is not below `key`, or
     // with `upper` above it, and its iterator; count() and end() if none.
     // O(log n) and reads only keys. REQUIRES: hasKeys(), and the keys from
@@ -311,8 +314,13 @@ private:
     void rebase(int slot);
     // The slot of the block that holds `position` (0 <= position < count()).
     int slotOf(int position) const;
-    void insertRuns(const QVector<int> &places, const QList<T> &values,
-                    const QVector<quint64> *keys);
+    // The insertions, with the i-th value and its key as `valueAt(i)` and
+    // `keyAt(i)` give them.
+    template <typename ValueAt, typename KeyAt>
+    void insertSpan(int position, int count, const ValueAt &valueAt, const KeyAt &keyAt);
+    template <typename ValueAt, typename KeyAt>
+    void insertRunsOf(const QVector<int> &places, int count, const ValueAt &valueAt,
+                      const KeyAt &keyAt);
     quint64 keyOf(const T &value) const { return m_keyFunction(m_keyContext, value); }
     static void moveKeys(Partition *p, int to, int from, int count)
     {
@@ -690,8 +698,17 @@ void PartitionList<T>::insert(int position, const T &value, quint64 key)
 template <typename T>
 void PartitionList<T>::insert(int position, const QList<T> &values)
 {
+    insertSpan(position, values.size(), [&values](int i) -> const T & { return values.at(i); },
+               [this, &values](int i) { return keyOf(values.at(i)); });
+}
+
+template <typename T>
+template <typename ValueAt, typename KeyAt>
+void PartitionList<T>::insertSpan(int position, int count, const ValueAt &valueAt,
+                                  const KeyAt &keyAt)
+{
     m_fingerSlot = 0;
-    const int k = values.size();
+    const int k = count;
     if (k == 0)
         return;
     int n = qMax(position, 0);
@@ -713,10 +730,10 @@ void PartitionList<T>::insert(int position, const QList<T> &values)
                  size_t(p->size - n) * sizeof(T));
     moveKeys(p, n + k, n, p->size - n);
     T *dst = p->data + n;
-    for (const T &v : values) {
+    for (int i = 0; i < k; ++i) {
         if (p->keys)
-            p->keys[dst - p->data] = keyOf(v);
-        new (dst++) T(v);
+            p->keys[dst - p->data] = keyAt(i);
+        new (dst++) T(valueAt(i));
     }
     p->size += k;
     p->end = p->data + p->size;
@@ -729,19 +746,31 @@ void PartitionList<T>::insert(int position, const QList<T> &values)
 template <typename T>
 void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values)
 {
-    insertRuns(places, values, nullptr);
+    insertRunsOf(places, values.size(), [&values](int i) -> const T & { return values.at(i); },
+                 [this, &values](int i) { return m_keyFunction ? keyOf(values.at(i)) : 0; });
 }
 
 template <typename T>
 void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values,
                                   const QVector<quint64> &keys)
 {
-    insertRuns(places, values, &keys);
+    insertRunsOf(places, values.size(), [&values](int i) -> const T & { return values.at(i); },
+                 [&keys](int i) { return keys.at(i); });
 }
 
 template <typename T>
-void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values,
-                                  const QVector<quint64> *keys)
+void PartitionList<T>::insertRuns(const QVector<int> &places, const std::vector<const T *> &values,
+                                  const QVector<quint64> &keys)
+{
+    insertRunsOf(places, int(values.size()),
+                 [&values](int i) -> const T & { return *values[size_t(i)]; },
+                 [&keys](int i) { return keys.at(i); });
+}
+
+template <typename T>
+template <typename ValueAt, typename KeyAt>
+void PartitionList<T>::insertRunsOf(const QVector<int> &places, int count,
+                                    const ValueAt &valueAt, const KeyAt &keyAt)
 {
     m_fingerSlot = 0;
     struct Gap
@@ -754,7 +783,6 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
     int pending = 0;
     int s = 1;
     int base = 0; // list position of block s's first element
-    const auto keyAt = [&](int v) { return keys ? keys->at(v) : keyOf(values.at(v)); };
     // Opens all pending gaps of block s in one pass from the back.
     auto flush = [&]() {
         if (gaps.empty())
@@ -775,7 +803,7 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
             for (int v = gap.from; v < gap.from + gap.count; ++v) {
                 if (p->keys)
                     p->keys[dst - p->data] = keyAt(v);
-                new (dst++) T(values.at(v));
+                new (dst++) T(valueAt(v));
             }
         }
         p->size += pending;
@@ -785,9 +813,9 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
         pending = 0;
     };
     int inserted = 0;
-    for (int i = 0; i < values.size();) {
+    for (int i = 0; i < count;) {
         int j = i + 1;
-        while (j < values.size() && places.at(j) == places.at(i))
+        while (j < count && places.at(j) == places.at(i))
             ++j;
         const int position = qMax(places.at(i), 0) + inserted;
         // The block insert() would choose: a boundary goes to the earlier one.
@@ -802,8 +830,9 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
         if (!m_partitions.at(s)) {
             // Only an empty list or a place past the end gets here.
             flush();
-            // The key function gives these keys again.
-            insert(position, values.mid(i, j - i));
+            insertSpan(position, j - i,
+                       [&valueAt, i](int v) -> const T & { return valueAt(i + v); },
+                       [&keyAt, i](int v) { return keyAt(i + v); });
         } else {
             gaps.push_back({ n - pending, i, j - i });
             pending += j - i;
