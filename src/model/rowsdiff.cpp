@@ -69,8 +69,8 @@ void RowsDiff::enter(RowTable &table, const TableModelChanges &changes)
 {
     // A row that left or came and is found in both readings all the same
     // (it left and came back) counts as written all over.
-    for (const Record &row : changes.removed) {
-        Entry &e = table.insert(row.pointer());
+    for (const unsigned char *row : changes.removed) {
+        Entry &e = table.insert(row);
         e.first = 0;
         e.last = INT_MAX;
     }

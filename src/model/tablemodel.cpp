@@ -164,7 +164,7 @@ void TableModelPrivate::refresh(bool always)
     }
     QElapsedTimer spent;
     spent.start();
-    TableModelChanges changes; // holds the rows that left until their removal is told
+    TableModelChanges changes;
     Rows after;
     QVector<Column> freshColumns;
     {
@@ -182,9 +182,9 @@ void TableModelPrivate::refresh(bool always)
     }
     refreshing = true;
     sinceRefresh.start();
-    for (const Record &row : qAsConst(changes.removed)) {
-        cache.remove(row.pointer());
-        changedAt.remove(row.pointer());
+    for (const unsigned char *row : qAsConst(changes.removed)) {
+        cache.remove(row);
+        changedAt.remove(row);
     }
     for (const unsigned char *row : qAsConst(changes.inserted))
         cache.remove(row);

@@ -67,9 +67,8 @@ public:
     QVector<Column> columns;
     std::unique_ptr<TableModelRecorder> recorder;
     // The view's rows as the model shows them: identities, read only under
-    // the lock. Each one is alive: in the table, or held by the recorder's
-    // record of removals, or by the refresh that applies it; unless the
-    // recorder says the rows were rebuilt.
+    // the lock. Each one is alive, in the table or held by the recorder,
+    // unless the recorder says that the rows were rebuilt.
     Rows rows;
     int shown = 0; // rowCount(): rows.size(), apart from within a refresh by position
 

@@ -20,13 +20,16 @@ TableModelRecorder::~TableModelRecorder()
         return;
     TableLocker locker(m_table);
     m_table->removeIndex(this);
-    m_changes = TableModelChanges();
+    m_removed.clear();
+    m_applying.clear();
 }
 
 TableModelChanges TableModelRecorder::take()
 {
     TableModelChanges changes;
     qSwap(changes, m_changes);
+    m_applying.clear();
+    qSwap(m_applying, m_removed);
     m_notified = false;
     return changes;
 }
@@ -46,6 +49,8 @@ void TableModelRecorder::clear()
     // them before that.
     m_changes = TableModelChanges();
     m_changes.rebuilt = true;
+    m_removed.clear();
+    m_applying.clear();
     notify();
 }
 
@@ -63,7 +68,8 @@ void TableModelRecorder::add(const Record &record)
 
 void TableModelRecorder::remove(const Record &record, int)
 {
-    m_changes.removed.append(record);
+    m_changes.removed.append(record.pointer());
+    m_removed.append(record);
     notify();
 }
 
@@ -87,7 +93,10 @@ void TableModelRecorder::process(const QList<Record> &removed, const QList<Recor
 {
     timer.restart();
     if (!removed.isEmpty() || !updated.isEmpty() || !inserted.isEmpty()) {
-        m_changes.removed.append(removed);
+        m_removed.append(removed);
+        m_changes.removed.reserve(m_changes.removed.size() + removed.size());
+        for (const Record &row : removed)
+            m_changes.removed.append(row.pointer());
         for (const Record &row : updated)
             written(row, first, last);
         m_changes.inserted.reserve(m_changes.inserted.size() + inserted.size());

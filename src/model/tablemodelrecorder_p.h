@@ -18,9 +18,7 @@ struct TableModelChanges
         int last;
     };
 
-    // Held, so that no row made meanwhile can take a removed row's address
-    // before the model has seen the removal.
-    QList<Record> removed;
+    QVector<const unsigned char *> removed;
     QVector<const unsigned char *> inserted;
     QVector<Written> written;
     // The table cleared or rebuilt its indexes (a column added, a rebuild, a
@@ -33,10 +31,14 @@ struct TableModelChanges
     }
 };
 
-// The model's index on the table. It keeps no rows; under the table's update
-// bracket it only records what each call brings and, at the first record since
-// the model last took them, asks the model (on the model's thread) to refresh.
-// Every member is guarded by the table's lock.
+// The model's index on the table. Under the table's update bracket it only
+// records what each call brings and, at the first record since the model last
+// took them, asks the model (on the model's thread) to refresh. It holds the
+// rows that left, this period's and those of the period the model is applying,
+// so that no row made meanwhile takes a removed row's address before the model
+// has let go of it, and so that the last reference to a row, which frees it
+// through its table, goes under the table's lock. Every member is guarded by
+// the table's lock.
 class TableModelRecorder : public Index
 {
 public:
@@ -49,7 +51,8 @@ public:
     // The table was deleted: nothing is left to leave.
     void forget() { m_table = nullptr; }
 
-    // REQUIRES: the table's lock. What was recorded, leaving the record empty.
+    // REQUIRES: the table's lock. What was recorded, leaving the record empty;
+    // the rows that left stay held until the next take().
     TableModelChanges take();
     // REQUIRES: the table's lock. Whether rows may have moved in memory since
     // take(): then none of the model's rows may be read.
@@ -74,6 +77,8 @@ private:
     Table *m_table; // not owned
     QObject *m_model; // outlives this recorder
     TableModelChanges m_changes;
+    QList<Record> m_removed; // the rows of m_changes.removed
+    QList<Record> m_applying; // those of the last take()
     bool m_notified = false; // a request to refresh is on its way
 };
 
