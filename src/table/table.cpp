@@ -7,6 +7,9 @@
 #include "runtime/tsan_p.h"
 #include "table/table_p.h"
 
+#include <QDeadlineTimer>
+#include <QThread>
+
 int64 Table::m_nsecsElapsedTotal = 0;
 
 TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
@@ -293,6 +296,25 @@ Table::TransactionState Table::transactionState() const
 
 // --- brackets and locks ---
 
+namespace {
+
+// Before a writer takes the lock for a new bracket: threads that wait for it
+// (readers under TableLocker) get it first. Bounded, so that a waiter that is
+// held up elsewhere costs the writer 2 ms at the most.
+void letWaitersIn(TablePrivate *d)
+{
+    if (d->lockWaiters.loadAcquire() == 0 || d->owner.loadRelaxed() == QThread::currentThreadId())
+        return;
+    QMutexLocker locker(&d->waitersMutex);
+    QDeadlineTimer deadline(2);
+    while (d->lockWaiters.loadAcquire() > 0) {
+        if (!d->waiterIn.wait(&d->waitersMutex, deadline))
+            break;
+    }
+}
+
+} // namespace
+
 void Table::beginUpdate()
 {
     // Brackets nest; only the outermost acts.
@@ -301,6 +323,7 @@ void Table::beginUpdate()
     const QList<Index *> dependents = d->dependentIndexes;
     for (Index *index : dependents)
         index->dependentBeginUpdate(this);
+    letWaitersIn(d);
     lock();
     d->masterIndex->beginUpdate();
     for (Index *index : qAsConst(d->indexes))
@@ -323,12 +346,22 @@ void Table::endUpdate()
 
 void Table::lock()
 {
-    d->mutex.lock();
+    if (!d->mutex.tryLock()) {
+        d->lockWaiters.ref();
+        d->mutex.lock();
+        d->lockWaiters.deref();
+        QMutexLocker locker(&d->waitersMutex);
+        d->waiterIn.wakeAll();
+    }
     tsan::locked(&d->mutex);
+    if (d->ownerDepth++ == 0)
+        d->owner.storeRelaxed(QThread::currentThreadId());
 }
 
 void Table::unlock()
 {
+    if (--d->ownerDepth == 0)
+        d->owner.storeRelaxed(nullptr);
     tsan::unlocking(&d->mutex);
     d->mutex.unlock();
 }
