@@ -299,14 +299,15 @@ Table::TransactionState Table::transactionState() const
 namespace {
 
 // Before a writer takes the lock for a new bracket: threads that wait for it
-// (readers under TableLocker) get it first. Bounded, so that a waiter that is
-// held up elsewhere costs the writer 2 ms at the most.
+// (readers under TableLocker) get it first. A woken waiter may need a while
+// to be scheduled on a busy machine; the bound is only a safety net, since a
+// waiter held up by another holder of the lock holds the writer up as well.
 void letWaitersIn(TablePrivate *d)
 {
     if (d->lockWaiters.loadAcquire() == 0 || d->owner.loadRelaxed() == QThread::currentThreadId())
         return;
     QMutexLocker locker(&d->waitersMutex);
-    QDeadlineTimer deadline(2);
+    QDeadlineTimer deadline(20);
     while (d->lockWaiters.loadAcquire() > 0) {
         if (!d->waiterIn.wait(&d->waitersMutex, deadline))
             break;
