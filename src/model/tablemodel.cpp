@@ -18,8 +18,8 @@ namespace {
 const int kFewSignals = 16;
 // Rows read along with one that a view asks for: views ask row by row, from
 // the top of what they show.
-const int kReadBefore = 16;
-const int kReadAfter = 112;
+const int kReadBefore = 8;
+const int kReadAfter = 56;
 // A refresh lets go of all rows read once more than this many are kept.
 const int kCachedRows = 4096;
 
