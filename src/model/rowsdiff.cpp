@@ -29,8 +29,28 @@ RowsDiff::Entry *RowsDiff::RowTable::find(const unsigned char *row)
     }
 }
 
+void RowsDiff::RowTable::grow()
+{
+    QVector<const unsigned char *> keys(2 * m_keys.size(), nullptr);
+    QVector<Entry> entries(2 * m_keys.size());
+    qSwap(keys, m_keys);
+    qSwap(entries, m_entries);
+    m_mask = m_keys.size() - 1;
+    for (int i = 0; i < keys.size(); ++i) {
+        if (!keys[i])
+            continue;
+        int j = slot(keys[i]);
+        while (m_keys[j])
+            j = (j + 1) & m_mask;
+        m_keys[j] = keys[i];
+        m_entries[j] = entries[i];
+    }
+}
+
 RowsDiff::Entry &RowsDiff::RowTable::insert(const unsigned char *row)
 {
+    if (2 * (m_size + 1) > m_keys.size())
+        grow();
     for (int i = slot(row);; i = (i + 1) & m_mask) {
         if (m_keys[i] == row)
             return m_entries[i];
@@ -44,9 +64,11 @@ RowsDiff::Entry &RowsDiff::RowTable::insert(const unsigned char *row)
 
 RowsDiff::RowsDiff(const Rows &before, const Rows &after, const TableModelChanges &changes)
 {
+    // Rows are often written many times over between two readings: the
+    // table starts small and grows.
     const int recorded = changes.removed.size() + changes.inserted.size() + changes.written.size();
     {
-        RowTable table(recorded);
+        RowTable table(qMin(recorded, 1024));
         enter(table, changes);
         if (walk(before, after, table)) {
             findMoves();
@@ -55,7 +77,7 @@ RowsDiff::RowsDiff(const Rows &before, const Rows &after, const TableModelChange
     }
     if (!m_matched)
         return;
-    RowTable table(before.size() + after.size() + recorded);
+    RowTable table(before.size() + after.size());
     enter(table, changes);
     for (const unsigned char *row : before)
         table.insert(row);

@@ -62,6 +62,7 @@ private:
     class RowTable
     {
     public:
+        // Room for `capacity` rows before it grows.
         explicit RowTable(int capacity);
         Entry *find(const unsigned char *row);
         Entry &insert(const unsigned char *row);
@@ -69,6 +70,7 @@ private:
 
     private:
         int slot(const unsigned char *row) const;
+        void grow();
 
         QVector<const unsigned char *> m_keys;
         QVector<Entry> m_entries;

@@ -10,6 +10,7 @@
 #include "table/table.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -85,7 +86,7 @@ TableModelPrivate::TableModelPrivate(TableModel *model) : q(model)
     // A child, so that it moves along with the model to another thread.
     timer.setParent(q);
     timer.setSingleShot(true);
-    QObject::connect(&timer, &QTimer::timeout, q, [this] { refresh(false); });
+    QObject::connect(&timer, &QTimer::timeout, q, [this] { refresh(std::exchange(readAnyway, false)); });
 }
 
 void TableModelPrivate::attach(Table *newTable, const QStringList &newNames)
@@ -159,6 +160,7 @@ void TableModelPrivate::refresh(bool always)
         return;
     if (refreshing) {
         // A slot that refreshes from within a refresh's signals.
+        readAnyway |= always;
         timer.start(0);
         return;
     }

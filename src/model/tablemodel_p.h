@@ -81,6 +81,7 @@ public:
     QHash<const unsigned char *, QVector<qint64>> changedAt;
     QHash<const unsigned char *, CachedRow> cache;
     bool refreshing = false; // within a refresh's signals
+    bool readAnyway = false; // the next refresh reads the view even if nothing was recorded
     qint64 refreshes = 0;
     int64 nsecs = 0;
 };

@@ -60,6 +60,9 @@ ViewWindow::~ViewWindow()
 {
     if (m_live)
         m_live->stop();
+    // The tabs tell of each page they lose; the window no longer listens.
+    m_tick.stop();
+    m_tabs->disconnect(this);
     for (TablePage *page : m_pages)
         delete page;
     m_pages.clear();
