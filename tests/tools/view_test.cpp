@@ -5,12 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#ifdef TABLEDB_VIEW_PROGRAM
+
 #include <QImage>
 #include <QProcess>
 #include <QSet>
 #include <QTemporaryDir>
-
-#ifdef TABLEDB_VIEW_PROGRAM
 
 namespace {
 
