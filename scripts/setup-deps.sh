@@ -4,6 +4,9 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config ccache qtbase5-dev zlib1g-dev libgtest-dev libbenchmark-dev
+    # tabledb-view: Qt Widgets and the offscreen platform come with qtbase5-dev
+    # (libqt5gui5); its pictures need a font that fontconfig finds
+    fonts-dejavu-core
     # benchmark-only: the comparisons in bench/peers_bench.cpp and bench/tableio_bench.cpp
     libsqlite3-dev libboost-dev
     # fuzzing only: scripts/fuzz.sh

@@ -7,6 +7,9 @@
 #include "runtime/tsan_p.h"
 #include "table/table_p.h"
 
+#include <QDeadlineTimer>
+#include <QThread>
+
 int64 Table::m_nsecsElapsedTotal = 0;
 
 TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
@@ -294,6 +297,26 @@ Table::TransactionState Table::transactionState() const
 
 // --- brackets and locks ---
 
+namespace {
+
+// Before a writer takes the lock for a new bracket: threads that wait for it
+// (readers under TableLocker) get it first. A woken waiter may need a while
+// to be scheduled on a busy machine; the bound is only a safety net, since a
+// waiter held up by another holder of the lock holds the writer up as well.
+void letWaitersIn(TablePrivate *d)
+{
+    if (d->lockWaiters.loadAcquire() == 0 || d->owner.loadRelaxed() == QThread::currentThreadId())
+        return;
+    QMutexLocker locker(&d->waitersMutex);
+    QDeadlineTimer deadline(20);
+    while (d->lockWaiters.loadAcquire() > 0) {
+        if (!d->waiterIn.wait(&d->waitersMutex, deadline))
+            break;
+    }
+}
+
+} // namespace
+
 void Table::beginUpdate()
 {
     // Brackets nest; only the outermost acts.
@@ -302,6 +325,7 @@ void Table::beginUpdate()
     const QList<Index *> dependents = d->dependentIndexes;
     for (Index *index : dependents)
         index->dependentBeginUpdate(this);
+    letWaitersIn(d);
     lock();
     d->masterIndex->beginUpdate();
     for (Index *index : qAsConst(d->indexes))
@@ -324,12 +348,22 @@ void Table::endUpdate()
 
 void Table::lock()
 {
-    d->mutex.lock();
+    if (!d->mutex.tryLock()) {
+        d->lockWaiters.ref();
+        d->mutex.lock();
+        d->lockWaiters.deref();
+        QMutexLocker locker(&d->waitersMutex);
+        d->waiterIn.wakeAll();
+    }
     tsan::locked(&d->mutex);
+    if (d->ownerDepth++ == 0)
+        d->owner.storeRelaxed(QThread::currentThreadId());
 }
 
 void Table::unlock()
 {
+    if (--d->ownerDepth == 0)
+        d->owner.storeRelaxed(nullptr);
     tsan::unlocking(&d->mutex);
     d->mutex.unlock();
 }

@@ -205,7 +205,9 @@ private:
     Table *m_table;
 };
 
-// Holds the table's recursive mutex for its lifetime.
+// Holds the table's recursive mutex for its lifetime. A thread that has to
+// wait for it is let in before the writer's next bracket (TableUpdater) takes
+// it again.
 class TABLEDB_EXPORT TableLocker
 {
 public:

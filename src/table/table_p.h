@@ -8,6 +8,7 @@
 #include <QHash>
 #include <QMap>
 #include <QMutex>
+#include <QWaitCondition>
 
 class TablePrivate
 {
@@ -34,6 +35,17 @@ public:
     Table::TransactionState transactionState = Table::TransactionIdle;
     RecordsTrans pendingTrans; // work that arrived during a transaction
     QMutex mutex { QMutex::Recursive };
+    // Threads waiting for `mutex` while another holds it. A writer that opens
+    // its next bracket lets them in first (see letWaitersIn in table.cpp):
+    // the mutex is not fair, and a writer running transactions back to back
+    // would otherwise take it again before a woken reader can.
+    QAtomicInt lockWaiters;
+    QMutex waitersMutex; // guards the wake-up below, not the counter
+    QWaitCondition waiterIn;
+    // The thread that holds `mutex`, and how deeply; a writer that holds it
+    // already has no one to let in. Only the holder writes them.
+    QAtomicPointer<void> owner;
+    int ownerDepth = 0;
 };
 
 #endif // TABLEDB_TABLE_TABLE_P_H

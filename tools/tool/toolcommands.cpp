@@ -1,10 +1,10 @@
 #include "toolcommands.h"
 
-#include "celltext.h"
 #include "tablefile.h"
 
 #include "io/filterprogress.h"
 #include "io/tableio.h"
+#include "model/celltext.h"
 #include "runtime/exception.h"
 #include "runtime/iapphub.h"
 #include "table/table.h"
@@ -202,7 +202,7 @@ int dump(TableFile &file, const QCommandLineParser &parser, QTextStream &out, QT
         for (int column : columns) {
             const Field cell = row.data(column);
             if (csv)
-                cells.append(cell.isNull() ? QString() : CellText::csv(cell.toString()));
+                cells.append(CellText::csv(CellText::text(cell)));
             else
                 cells.append(CellText::jsonString(table->columnName(column)) + QLatin1Char(':')
                              + CellText::json(cell));

@@ -1,8 +1,13 @@
-#include "celltext.h"
+#include "model/celltext.h"
 
 #include "table/field.h"
 
 #include <cmath>
+
+QString CellText::text(const Field &cell)
+{
+    return cell.isNull() ? QString() : cell.toString();
+}
 
 QString CellText::csv(const QString &text)
 {
