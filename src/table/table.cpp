@@ -12,6 +12,7 @@ int64 Table::m_nsecsElapsedTotal = 0;
 TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
     : name(n), title(t), pendingTrans(table)
 {
+    rows.setBlockSize(rowSize);
     tsan::recursiveLockCreated(&mutex);
 }
 

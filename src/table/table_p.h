@@ -2,6 +2,7 @@
 #define TABLEDB_TABLE_TABLE_P_H
 
 #include "table/recordstrans.h"
+#include "table/rowallocator_p.h"
 #include "table/table.h"
 
 #include <QAtomicInt>
@@ -18,6 +19,8 @@ public:
     // Enters `name` as the number of the column about to be appended.
     void cacheColumn(const QString &name);
 
+    // First, so that it goes last: every other member may still free rows.
+    RowAllocator rows;
     QString name;
     QString title;
     MasterIndex *masterIndex = nullptr; // owned

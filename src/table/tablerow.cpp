@@ -29,7 +29,7 @@ void writeXDecimalZero(unsigned char *cell)
 
 unsigned char *Table::allocRow()
 {
-    unsigned char *row = static_cast<unsigned char *>(qMallocAligned(d->rowSize, 8));
+    unsigned char *row = d->rows.allocate();
     if (row)
         initRow(row);
     return row;
@@ -52,7 +52,7 @@ void Table::initRow(unsigned char *row)
 
 unsigned char *Table::cloneRow(const unsigned char *src) const
 {
-    unsigned char *row = static_cast<unsigned char *>(qMallocAligned(d->rowSize, 8));
+    unsigned char *row = d->rows.allocate();
     if (!row)
         return nullptr;
     std::memcpy(row, src, d->rowSize);
@@ -110,7 +110,7 @@ void Table::freeRow(unsigned char *row)
         if (def->type == FieldType::String)
             stringCell(row, def)->~QString();
     }
-    qFreeAligned(row);
+    RowAllocator::release(row);
 }
 
 uint64 Table::rowLength() const
