@@ -196,6 +196,8 @@ unsigned char *RowAllocator::allocate()
     if (slab->freeList) {
         block = slab->freeList;
         slab->freeList = nextFree(block);
+        // Clones come in bursts: the next free block is likely wanted soon.
+        __builtin_prefetch(slab->freeList, 1);
     } else {
         block = slab->bump;
         slab->bump += slab->stride;
@@ -243,17 +245,32 @@ void RowAllocator::releaseLocked(Slab *slab, unsigned char *block)
         return;
     }
     if (slab->live == 0) {
-        // One empty slab is kept besides the others, against map-unmap churn.
+        // One empty slab is kept, against mapping and unmapping on every
+        // transaction of a table whose row count swings around a slab
+        // boundary; its pages still go back to the system.
         if (m_emptySlabs > 0) {
             freeSlab(slab);
             return;
         }
+        resetSlab(slab);
         slab->spare = true;
         ++m_emptySlabs;
     }
     // Most recently freed first: its memory is likely still in cache.
     if (!slab->available)
         pushAvailable(slab);
+}
+
+void RowAllocator::resetSlab(Slab *slab)
+{
+    unsigned char *first = reinterpret_cast<unsigned char *>(slab) + kHeaderBytes;
+    slab->freeList = nullptr;
+    slab->bump = first;
+#if !defined(TABLEDB_ROWS_HEAP_SLABS)
+    // Pages after the header's; their blocks are all free.
+    madvise(reinterpret_cast<unsigned char *>(slab) + kPageBytes, slab->mapBytes - kPageBytes,
+            MADV_DONTNEED);
+#endif
 }
 
 RowAllocator::Slab *RowAllocator::newSlab()
@@ -265,9 +282,9 @@ RowAllocator::Slab *RowAllocator::newSlab()
     void *memory = mapSlab(mapBytes);
     if (!memory)
         return nullptr;
-#if !defined(TABLEDB_ROWS_HEAP_SLABS) && defined(MADV_HUGEPAGE)
-    // A table past its first slab is large: fewer TLB misses on its rows are
-    // worth a huge page. The first slab stays small for the many small tables.
+#if !defined(TABLEDB_ROWS_HEAP_SLABS)
+    // A table that needs another slab is large: fewer TLB misses on its rows
+    // are worth huge pages, taken as the slab's memory is first touched.
     if (m_slabCount > 0 && mapBytes == kSlabBytes)
         madvise(memory, mapBytes, MADV_HUGEPAGE);
 #endif
