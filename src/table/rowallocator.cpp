@@ -103,6 +103,27 @@ void unmapSlab(void *slab, size_t bytes)
 
 } // namespace
 
+// The allocator's lock, as ThreadSanitizer is to see it.
+class RowAllocator::Locker
+{
+public:
+    explicit Locker(QBasicMutex *mutex) : m_mutex(mutex)
+    {
+        m_mutex->lock();
+        tsan::locked(m_mutex);
+    }
+    ~Locker()
+    {
+        tsan::unlocking(m_mutex);
+        m_mutex->unlock();
+    }
+    Locker(const Locker &) = delete;
+    Locker &operator=(const Locker &) = delete;
+
+private:
+    QBasicMutex *m_mutex;
+};
+
 struct RowAllocator::Slab
 {
     RowAllocator *owner;
@@ -141,7 +162,7 @@ RowAllocator::RowAllocator()
 RowAllocator::~RowAllocator()
 {
     {
-        tsan::MutexLocker lock(&m_mutex);
+        Locker lock(&m_mutex);
 #if defined(TABLEDB_ROWS_POISONED)
         for (unsigned char *&block : m_quarantine) {
             if (block)
@@ -164,7 +185,7 @@ RowAllocator::~RowAllocator()
 
 void RowAllocator::setBlockSize(size_t bytes)
 {
-    tsan::MutexLocker lock(&m_mutex);
+    Locker lock(&m_mutex);
     m_blockSize = bytes;
     const size_t stride = roundUp(bytes + kRedzone, 8);
     if (stride == m_stride)
@@ -185,7 +206,7 @@ void RowAllocator::setBlockSize(size_t bytes)
 
 unsigned char *RowAllocator::allocate()
 {
-    tsan::MutexLocker lock(&m_mutex);
+    Locker lock(&m_mutex);
     Slab *slab = m_available;
     if (!slab) {
         slab = newSlab();
@@ -218,7 +239,7 @@ void RowAllocator::release(unsigned char *block)
 {
     Slab *slab = slabOf(block);
     RowAllocator *owner = slab->owner;
-    tsan::MutexLocker lock(&owner->m_mutex);
+    Locker lock(&owner->m_mutex);
 #if defined(TABLEDB_ROWS_POISONED)
     // The block waits poisoned; the one it displaces goes back for reuse.
     poison(block, slab->stride);
@@ -355,12 +376,12 @@ void RowAllocator::pushAvailable(Slab *slab)
 
 size_t RowAllocator::reservedBytes() const
 {
-    tsan::MutexLocker lock(&m_mutex);
+    Locker lock(&m_mutex);
     return m_reserved;
 }
 
 size_t RowAllocator::liveBlocks() const
 {
-    tsan::MutexLocker lock(&m_mutex);
+    Locker lock(&m_mutex);
     return m_live;
 }

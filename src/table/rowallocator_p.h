@@ -78,7 +78,9 @@ private:
     void unlinkAvailable(Slab *slab);
     void pushAvailable(Slab *slab);
 
-    mutable QMutex m_mutex;
+    class Locker;
+    // Its fast paths are inline: a locked exchange each way.
+    mutable QBasicMutex m_mutex;
     size_t m_blockSize = 0; // what callers asked for
     size_t m_stride = 0; // bytes from one block to the next
     Slab *m_slabs = nullptr; // every slab, linked through `next`/`prev`

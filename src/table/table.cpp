@@ -37,6 +37,7 @@ TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
     : name(n), title(t), pendingTrans(table)
 {
     rows.setBlockSize(rowSize);
+    layoutChanged(table);
     tsan::recursiveLockCreated(&mutex);
 }
 

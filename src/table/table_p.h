@@ -9,6 +9,7 @@
 #include <QHash>
 #include <QMap>
 #include <QMutex>
+#include <QVector>
 
 class TablePrivate
 {
@@ -18,6 +19,8 @@ public:
 
     // Enters `name` as the number of the column about to be appended.
     void cacheColumn(const QString &name);
+    // Remakes stringCells and blankRow after the columns changed.
+    void layoutChanged(Table *table);
 
     // First, so that it goes last: every other member may still free rows.
     RowAllocator rows;
@@ -30,6 +33,11 @@ public:
     QList<TableColumnDef *> columns; // owned
     uint64 rowLength = 0;
     uint64 rowSize = 16;
+    // Kept with the columns, for the row paths: where the String cells sit
+    // (byte offsets in the row), and a row as initRow() leaves it but for its
+    // strings, which each row makes for itself.
+    QVector<uint64> stringCells;
+    QByteArray blankRow;
     // Both always kept; columnIndex() walks the tree while it is small.
     QHash<QString, int> columnHash;
     QMap<QString, int> columnMap;

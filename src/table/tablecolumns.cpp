@@ -113,6 +113,7 @@ void Table::addColumn(const TableColumnDef &def)
     d->rowSize = newSize;
     for (int i = 0; i < d->columns.size(); ++i)
         d->columns.at(i)->update(d->rowLength, i);
+    d->layoutChanged(this);
 
     if (d->masterIndex) {
         for (unsigned char *row : qAsConst(rows)) {
