@@ -240,11 +240,12 @@ void RowAllocator::release(unsigned char *block)
     Slab *slab = slabOf(block);
     RowAllocator *owner = slab->owner;
     Locker lock(&owner->m_mutex);
+    --owner->m_live;
 #if defined(TABLEDB_ROWS_POISONED)
     // The block waits poisoned; the one it displaces goes back for reuse.
     poison(block, slab->stride);
     unsigned char *&place = owner->m_quarantine[owner->m_quarantineNext];
-    owner->m_quarantineNext = (owner->m_quarantineNext + 1) % kQuarantine;
+    owner->m_quarantineNext = (owner->m_quarantineNext + 1) % QuarantineBlocks;
     unsigned char *oldest = place;
     place = block;
     if (oldest)
@@ -259,7 +260,6 @@ void RowAllocator::releaseLocked(Slab *slab, unsigned char *block)
     setNextFree(block, slab->freeList);
     slab->freeList = block;
     --slab->live;
-    --m_live;
     if (slab->stride != m_stride) {
         if (slab->live == 0)
             freeSlab(slab);

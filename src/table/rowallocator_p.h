@@ -62,8 +62,15 @@ public:
     static void release(unsigned char *block);
 
     // Bytes taken from the system and blocks handed out, for statistics.
+    // Blocks in quarantine are not live but keep their slabs.
     size_t reservedBytes() const;
     size_t liveBlocks() const;
+
+#if defined(TABLEDB_ROWS_POISONED)
+    static const int QuarantineBlocks = 64;
+#else
+    static const int QuarantineBlocks = 0;
+#endif
 
     RowAllocator(const RowAllocator &) = delete;
     RowAllocator &operator=(const RowAllocator &) = delete;
@@ -89,10 +96,9 @@ private:
     size_t m_slabCount = 0;
     size_t m_emptySlabs = 0; // kept empty slabs, at most one besides current
     size_t m_reserved = 0;
-    size_t m_live = 0;
+    size_t m_live = 0; // handed out and not released
 #if defined(TABLEDB_ROWS_POISONED)
-    static const int kQuarantine = 64;
-    unsigned char *m_quarantine[kQuarantine] = {};
+    unsigned char *m_quarantine[QuarantineBlocks] = {};
     int m_quarantineNext = 0;
 #endif
 };
