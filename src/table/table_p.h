@@ -46,7 +46,7 @@ public:
     RecordsTrans pendingTrans; // work that arrived during a transaction
     int rowsProcessed = 0; // by the outermost process() call so far
     // From this many rows in one process() call, freed heap is returned.
-    static const int TrimRows = 10000;
+    static const int TrimRows = 50000;
     QMutex mutex { QMutex::Recursive };
 };
 
