@@ -13,9 +13,8 @@ void MasterKeyHash::clear()
 
 void MasterKeyHash::giveUp()
 {
+    // The counts are left to the next clear().
     m_rows = QVector<unsigned char *>();
-    m_count = 0;
-    m_used = 0;
     m_givenUp = true;
 }
 
