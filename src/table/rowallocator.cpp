@@ -2,9 +2,11 @@
 
 #include "runtime/tsan_p.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <vector>
 
 #if defined(TABLEDB_ROWS_POISONED)
 #include <sanitizer/asan_interface.h>
@@ -292,6 +294,38 @@ void RowAllocator::resetSlab(Slab *slab)
     madvise(reinterpret_cast<unsigned char *>(slab) + kPageBytes, slab->mapBytes - kPageBytes,
             MADV_DONTNEED);
 #endif
+}
+
+void RowAllocator::trim()
+{
+    Locker lock(&m_mutex);
+    std::vector<unsigned char *> blocks;
+    for (Slab *slab = m_slabs; slab; slab = slab->next) {
+        blocks.clear();
+        for (unsigned char *block = slab->freeList; block; block = nextFree(block))
+            blocks.push_back(block);
+        std::sort(blocks.begin(), blocks.end());
+        // The free blocks that end at the untouched part join it.
+        size_t kept = blocks.size();
+        while (kept > 0 && blocks[kept - 1] + slab->stride == slab->bump) {
+            slab->bump -= slab->stride;
+            --kept;
+        }
+        if (kept == blocks.size())
+            continue;
+        // The rest in address order, which later fills like fresh memory.
+        slab->freeList = nullptr;
+        for (size_t i = kept; i-- > 0;) {
+            setNextFree(blocks[i], slab->freeList);
+            slab->freeList = blocks[i];
+        }
+#if !defined(TABLEDB_ROWS_HEAP_SLABS)
+        const uintptr_t from = roundUp(uintptr_t(slab->bump), kPageBytes);
+        const uintptr_t to = uintptr_t(slab) + slab->mapBytes;
+        if (from < to)
+            madvise(reinterpret_cast<void *>(from), to - from, MADV_DONTNEED);
+#endif
+    }
 }
 
 RowAllocator::Slab *RowAllocator::newSlab()

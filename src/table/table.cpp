@@ -15,19 +15,20 @@ int64 Table::m_nsecsElapsedTotal = 0;
 
 namespace {
 
-// A large transaction leaves much freed heap behind (clones, entries, range
-// lists, sort buffers, some of it in pool threads' arenas) that the C library
-// keeps mapped; it goes back to the system here, at a cost far below the
-// transaction's. Small transactions do not pay for the walk.
+// A large transaction leaves much freed memory behind (clones, entries, range
+// lists, sort buffers, some of it in pool threads' arenas) that the row
+// allocator and the C library keep mapped; it goes back to the system here,
+// at a cost far below the transaction's. Small transactions do not pay for
+// the walk.
 void returnFreedMemory(TablePrivate *d)
 {
     const int rows = d->rowsProcessed;
     d->rowsProcessed = 0;
+    if (rows < TablePrivate::TrimRows)
+        return;
+    d->rows.trim();
 #if defined(__GLIBC__)
-    if (rows >= TablePrivate::TrimRows)
-        malloc_trim(0);
-#else
-    Q_UNUSED(rows);
+    malloc_trim(0);
 #endif
 }
 

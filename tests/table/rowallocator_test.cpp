@@ -1,7 +1,7 @@
-// The row allocator: blocks that never overlap whatever the order of
-// allocation, release and size changes, memory given back as slabs empty,
-// releases on other threads while the owner allocates, and in the
-// AddressSanitizer build overruns and uses after free of rows still reported.
+// The row allocator: blocks that never overlap or lose their content whatever
+// the order of allocation, release, trims and size changes, memory given back
+// as slabs empty, releases on other threads while the owner allocates, and in
+// the AddressSanitizer build overruns and uses after free of rows reported.
 
 #include "table/rowallocator_p.h"
 #include "table/table.h"
@@ -41,13 +41,15 @@ TEST(RowAllocator, BlocksStayApartAndMemoryReturnsAsSlabsEmpty)
     allocate();
     const size_t oneSlab = rows.reservedBytes();
     std::mt19937 rng(5);
-    // Mostly growth with churn, then mostly shrinking; now and then a new
-    // size, after which the older blocks keep theirs.
+    // Mostly growth with churn, then mostly shrinking; now and then a trim,
+    // or a new size, after which the older blocks keep theirs.
     for (int step = 0; step < 80000; ++step) {
         const unsigned r = rng() % 1000;
         if (r == 0) {
             size = 16 + rng() % 400;
             rows.setBlockSize(size);
+        } else if (r == 1) {
+            rows.trim(); // gives back pages behind the last live block of each slab
         } else if (live.empty() || r < (step < 50000 ? 600u : 300u)) {
             allocate();
         } else {
