@@ -7,6 +7,14 @@ void MasterKeyHash::clear()
     m_rows.clear();
     m_count = 0;
     m_duplicates = 0;
+    m_givenUp = false;
+}
+
+void MasterKeyHash::giveUp()
+{
+    // The counts are left to the next clear().
+    m_rows = QVector<unsigned char *>();
+    m_givenUp = true;
 }
 
 unsigned MasterKeyHash::hashOf(const char *key) const
@@ -41,8 +49,12 @@ void MasterKeyHash::reserve(int count)
 
 void MasterKeyHash::insert(const Record &row)
 {
+    if (m_givenUp)
+        return;
     reserve(m_count + 1);
     place(const_cast<unsigned char *>(row.rowPtr()));
+    if (m_duplicates > 0)
+        giveUp();
 }
 
 void MasterKeyHash::place(unsigned char *row)
@@ -82,6 +94,8 @@ void MasterKeyHash::erase(int slot)
 
 bool MasterKeyHash::remove(const Record &row)
 {
+    if (m_givenUp)
+        return true;
     if (m_rows.isEmpty() || row.isNull())
         return false;
     const int mask = m_rows.size() - 1;
@@ -112,5 +126,7 @@ unsigned char *MasterKeyHash::find(const char *key) const
 
 bool MasterKeyHash::holds(const Record &row) const
 {
+    if (m_givenUp)
+        return true;
     return !row.isNull() && find(keyOf(row.rowPtr())) == row.rowPtr();
 }

@@ -13,6 +13,11 @@
 // its list, and rebuilds it when it finds an entry gone stale (a key written in
 // place) or a row it cannot take out.
 //
+// A key met twice makes it give up: find() could not answer for the list, so
+// its table is freed and it keeps nothing (taking and holding every row) until
+// the next clear() or rebuild(). An index whose keys repeat pays neither the
+// memory nor the probes along runs of equal keys.
+//
 // Not thread-safe for writers; several readers may find() at once.
 class MasterKeyHash
 {
@@ -22,7 +27,7 @@ public:
     void clear();
     // Whether find() answers for the list: false once a key was seen twice,
     // since the list's first row of a key is then not known here.
-    bool isExact() const { return m_duplicates == 0; }
+    bool isExact() const { return m_duplicates == 0 && !m_givenUp; }
     int count() const { return m_count; }
 
     void insert(const Record &row);
@@ -40,7 +45,7 @@ public:
     {
         clear();
         reserve(count);
-        for (Iterator it = begin; it != end; ++it)
+        for (Iterator it = begin; it != end && !m_givenUp; ++it)
             insert(*it);
     }
 
@@ -55,11 +60,13 @@ private:
     // Empties `slot` and moves later entries of its cluster back where that
     // keeps each reachable from its home slot.
     void erase(int slot);
+    void giveUp();
 
     int m_offset;
     int m_size;
     int m_count = 0;
     int m_duplicates = 0; // insertions that met an equal key
+    bool m_givenUp = false; // keys repeat: nothing is kept
     QVector<unsigned char *> m_rows; // null: empty
 };
 

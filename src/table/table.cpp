@@ -9,12 +9,38 @@
 
 #include <QDeadlineTimer>
 #include <QThread>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 int64 Table::m_nsecsElapsedTotal = 0;
+
+namespace {
+
+// A large transaction leaves much freed memory behind (clones, entries, range
+// lists, sort buffers, some of it in pool threads' arenas) that the row
+// allocator and the C library keep mapped; it goes back to the system here,
+// at a cost far below the transaction's. Small transactions do not pay for
+// the walk.
+void returnFreedMemory(TablePrivate *d)
+{
+    const int rows = d->rowsProcessed;
+    d->rowsProcessed = 0;
+    if (rows < TablePrivate::TrimRows)
+        return;
+    d->rows.trim();
+#if defined(__GLIBC__)
+    malloc_trim(0);
+#endif
+}
+
+} // namespace
 
 TablePrivate::TablePrivate(Table *table, const QString &n, const QString &t)
     : name(n), title(t), pendingTrans(table)
 {
+    rows.setBlockSize(rowSize);
+    layoutChanged(table);
     tsan::recursiveLockCreated(&mutex);
 }
 
@@ -224,6 +250,7 @@ void Table::process(RecordsTrans &trans)
     } else {
         processSingleTransaction(trans);
         drainPending();
+        returnFreedMemory(d);
     }
     m_nsecsElapsed += m_timer.nsecsElapsed();
     m_nsecsElapsedTotal += m_timer.nsecsElapsed();
@@ -238,6 +265,7 @@ void Table::process(QList<Record> &removed, QList<Record> &updated, int first, i
     }
     processSingleTransaction(removed, updated, first, last, inserted, changed);
     drainPending();
+    returnFreedMemory(d);
 }
 
 void Table::drainPending()
@@ -268,6 +296,7 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
         static_cast<IndexLimit *>(limit)->toRemove(inserted.size() - removed.size(), removed,
                                                    updated);
 
+    d->rowsProcessed += removed.size() + updated.size() + inserted.size();
     d->transactionState = TransactionPreprocess;
     for (Index *index : qAsConst(d->indexes))
         index->preprocess(removed, updated, first, last, inserted, changed);

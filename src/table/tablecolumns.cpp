@@ -80,6 +80,7 @@ void Table::addColumn(const TableColumnDef &def)
     for (Index *index : qAsConst(d->indexes))
         index->clear();
 
+    d->rows.setBlockSize(newSize);
     for (unsigned char *&row : rows) {
         if (deref(row)) {
             // Another holder exists; its pointer dangles if the block moves.
@@ -87,7 +88,14 @@ void Table::addColumn(const TableColumnDef &def)
                 << QStringLiteral("Table::addColumn : Ref count in realloc is ")
                     + QString::number(references(row));
         }
-        row = static_cast<unsigned char *>(qReallocAligned(row, newSize, oldRowSize, 8));
+        // Moved to a block of the new size; the bytes, strings included,
+        // travel as they would with a reallocation.
+        unsigned char *moved = d->rows.allocate();
+        if (!moved)
+            throw std::bad_alloc();
+        std::memcpy(moved, row, size_t(qMin(oldRowSize, newSize)));
+        RowAllocator::release(row);
+        row = moved;
         std::memmove(row + newBitmap, row + RowHeaderSize + d->rowLength, bitmapBytes);
         std::memset(row + cellStart, 0, column->lenAligned());
         // Zero bytes are no QString: freeing the row would crash on them.
@@ -106,6 +114,7 @@ void Table::addColumn(const TableColumnDef &def)
     d->rowSize = newSize;
     for (int i = 0; i < d->columns.size(); ++i)
         d->columns.at(i)->update(d->rowLength, i);
+    d->layoutChanged(this);
 
     if (d->masterIndex) {
         for (unsigned char *row : qAsConst(rows)) {

@@ -27,9 +27,26 @@ void writeXDecimalZero(unsigned char *cell)
 
 } // namespace
 
+void TablePrivate::layoutChanged(Table *table)
+{
+    stringCells.clear();
+    blankRow = QByteArray(int(rowSize), '\0');
+    auto *row = reinterpret_cast<unsigned char *>(blankRow.data());
+    *Table::tablePPtr(row) = table;
+    unsigned char *bits = row + Table::RowHeaderSize + rowLength;
+    for (const TableColumnDef *def : qAsConst(columns)) {
+        if (def->type == FieldType::XDecimal)
+            writeXDecimalZero(row + Table::RowHeaderSize + def->offset);
+        else if (def->type == FieldType::String)
+            stringCells.append(Table::RowHeaderSize + def->offset);
+        if (!def->nullable)
+            Table::setNullPtr(bits, def->nullIndex, false);
+    }
+}
+
 unsigned char *Table::allocRow()
 {
-    unsigned char *row = static_cast<unsigned char *>(qMallocAligned(d->rowSize, 8));
+    unsigned char *row = d->rows.allocate();
     if (row)
         initRow(row);
     return row;
@@ -37,32 +54,21 @@ unsigned char *Table::allocRow()
 
 void Table::initRow(unsigned char *row)
 {
-    std::memset(row, 0, d->rowSize);
-    *tablePPtr(row) = this;
-    unsigned char *bits = row + RowHeaderSize + d->rowLength;
-    for (const TableColumnDef *def : qAsConst(d->columns)) {
-        if (def->type == FieldType::XDecimal)
-            writeXDecimalZero(row + RowHeaderSize + def->offset);
-        else if (def->type == FieldType::String)
-            new (stringCell(row, def)) QString();
-        if (!def->nullable)
-            setNullPtr(bits, def->nullIndex, false);
-    }
+    std::memcpy(row, d->blankRow.constData(), d->rowSize);
+    for (uint64 offset : qAsConst(d->stringCells))
+        new (row + offset) QString();
 }
 
 unsigned char *Table::cloneRow(const unsigned char *src) const
 {
-    unsigned char *row = static_cast<unsigned char *>(qMallocAligned(d->rowSize, 8));
+    unsigned char *row = d->rows.allocate();
     if (!row)
         return nullptr;
     std::memcpy(row, src, d->rowSize);
     setRefValue(row, 0);
     // The byte copy did not count the strings' references.
-    for (const TableColumnDef *def : qAsConst(d->columns)) {
-        if (def->type == FieldType::String)
-            new (stringCell(row, def))
-                QString(*stringCell(const_cast<unsigned char *>(src), def));
-    }
+    for (uint64 offset : qAsConst(d->stringCells))
+        new (row + offset) QString(*reinterpret_cast<const QString *>(src + offset));
     return row;
 }
 
@@ -106,11 +112,9 @@ void Table::copyRowContent(unsigned char *dst, const unsigned char *src, int fir
 
 void Table::freeRow(unsigned char *row)
 {
-    for (const TableColumnDef *def : qAsConst(d->columns)) {
-        if (def->type == FieldType::String)
-            stringCell(row, def)->~QString();
-    }
-    qFreeAligned(row);
+    for (uint64 offset : qAsConst(d->stringCells))
+        reinterpret_cast<QString *>(row + offset)->~QString();
+    RowAllocator::release(row);
 }
 
 uint64 Table::rowLength() const
