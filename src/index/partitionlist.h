@@ -306,6 +306,11 @@ private:
     Partition *newPartition(int capacity);
     void deletePartition(Partition *p); // releases its elements too
     static void reserve(Partition *p, int capacity);
+    // Reallocates to exactly `capacity`, at least the size.
+    static void resize(Partition *p, int capacity);
+    // The capacity that a block cut from a larger one gets: room for some
+    // growth, not for a whole block.
+    static int cutCapacity(int size) { return size + size / 8 + 16; }
     // Moves all elements of `from` behind those of `to`; `from` ends empty.
     static void appendPartition(Partition *to, Partition *from);
     void splitAt(int slot); // when the block has reached the maximum size
@@ -433,6 +438,15 @@ void PartitionList<T>::reserve(Partition *p, int capacity)
 {
     if (capacity <= p->capacity)
         return;
+    // By half again, up to a full block, so that one element at a time does
+    // not reallocate each time.
+    capacity = qMax(capacity, qMin(p->owner->m_maxPartitionSize + 2, p->capacity + p->capacity / 2));
+    resize(p, capacity);
+}
+
+template <typename T>
+void PartitionList<T>::resize(Partition *p, int capacity)
+{
     void *data = qReallocAligned(p->data, size_t(capacity) * sizeof(T),
                                  size_t(p->capacity) * sizeof(T), 8);
     if (!data)
@@ -862,7 +876,7 @@ void PartitionList<T>::splitAt(int s)
     for (int i = pieces - 1; i >= 1; --i) {
         const int from = pieceStart(i);
         const int rest = pieceStart(i + 1) - from;
-        Partition *q = newPartition(qMax(m_maxPartitionSize + 2, rest));
+        Partition *q = newPartition(cutCapacity(rest));
         std::memcpy(static_cast<void *>(q->data), static_cast<const void *>(p->data + from),
                     size_t(rest) * sizeof(T));
         if (p->keys)
@@ -873,6 +887,8 @@ void PartitionList<T>::splitAt(int s)
     }
     p->size = pieceStart(1);
     p->end = p->data + p->size;
+    if (p->capacity > cutCapacity(p->size))
+        resize(p, cutCapacity(p->size));
     rebase(s);
 }
 
