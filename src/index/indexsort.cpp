@@ -567,7 +567,7 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
                                     QVector<int> &positions)
 {
     positions.resize(rows.size());
-    if (!index.m_list.hasKeys() || !index.d->exact || rows.size() < 8) {
+    if (!index.m_list.hasKeys()) {
         for (int i = 0; i < rows.size(); ++i)
             positions[i] = findByKey(index, *rows.at(i));
         return;
@@ -583,7 +583,15 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
         lookups.append({ index.keyPrefix(*rows.at(i)), i });
     std::sort(lookups.begin(), lookups.end(),
               [](const Lookup &a, const Lookup &b) { return a.key < b.key; });
-    const int maxSteps = 64; // as findByKey()
+    // A row stands among the rows of its prefix. With an exact prefix those
+    // are its key's rows, walked by address alone; with a partial one its key
+    // is first searched by compare() and walked for 64 rows, as findByKey()
+    // does. Past that the run of its prefix is walked by address while the
+    // batch has walked less than the list; what is left goes to the walk of
+    // the whole list.
+    const int maxSteps = 64;
+    const bool exact = index.d->exact;
+    int budget = index.count();
     const ConstIterator last = index.end();
     int from = 0;
     ConstIterator fromIt = index.begin();
@@ -593,8 +601,17 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
         from = at.first;
         fromIt = at.second;
         int position = IndexSortEntry::Unknown;
-        for (int steps = 0; at.second != last && steps < maxSteps;
+        if (!exact) {
+            position = findByKey(index, row);
+            if (position != IndexSortEntry::Unknown || budget <= 0) {
+                positions[l.row] = position;
+                continue;
+            }
+        }
+        for (int steps = 0; at.second != last && (steps < maxSteps || budget > 0);
              ++steps, ++at.first, ++at.second) {
+            if (steps >= maxSteps || !exact)
+                --budget;
             if (*at.second == row) {
                 position = at.first;
                 break;
@@ -655,20 +672,35 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
             missed.append(unknown.at(u));
         }
     }
-    // By address, for the walk's look-ups.
-    std::sort(missed.begin(), missed.end(),
-              [&entries](int a, int b) { return *entries.at(a).row < *entries.at(b).row; });
+    if (missed.isEmpty())
+        return;
+    // The walk looks each row of the list up among the missed ones by address.
+    int bits = 4;
+    while ((1 << bits) < 2 * missed.size())
+        ++bits;
+    const size_t mask = (size_t(1) << bits) - 1;
+    const auto slotOf = [bits](const Record &r) {
+        return size_t(((quint64(quintptr(r.rowPtr())) >> 3) * 0x9E3779B97F4A7C15ULL) >> (64 - bits));
+    };
+    std::vector<int> table(mask + 1, -1);
+    for (int m : qAsConst(missed)) {
+        size_t h = slotOf(*entries.at(m).row);
+        while (table[h] >= 0)
+            h = (h + 1) & mask;
+        table[h] = m;
+    }
     int left = missed.size();
     int p = 0;
     for (ConstIterator it = index.begin(), last = index.end(); it != last && left > 0; ++it, ++p) {
-        const auto m = std::lower_bound(missed.cbegin(), missed.cend(), *it,
-                                        [&entries](int i, const Record &r) {
-                                            return *entries.at(i).row < r;
-                                        });
-        if (m != missed.cend() && *entries.at(*m).row == *it
-            && entries.at(*m).position == IndexSortEntry::NotFound) {
-            entries[*m].position = p;
-            --left;
+        for (size_t h = slotOf(*it); table[h] >= 0; h = (h + 1) & mask) {
+            if (*entries.at(table[h]).row == *it) {
+                IndexSortEntry &e = entries[table[h]];
+                if (e.position == IndexSortEntry::NotFound) {
+                    e.position = p;
+                    --left;
+                }
+                break;
+            }
         }
     }
 }

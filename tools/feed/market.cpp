@@ -37,6 +37,17 @@ int ColumnView::compare(const Record &a, const Record &b) const
     return 0;
 }
 
+bool ColumnView::unaffectedBy(int first, int last) const
+{
+    if (first < 0 || last < 0)
+        return false; // all columns
+    for (int column : m_columns) {
+        if (column >= first && column <= last)
+            return false;
+    }
+    return true;
+}
+
 TopMovers::TopMovers(Table *instruments, int thresholdPercent)
     : IndexVector(instruments), m_threshold(thresholdPercent)
 {

@@ -42,6 +42,11 @@ public:
         return prefixOf(row.data(m_columns.first()));
     }
 
+protected:
+    // A batch that writes none of the view's columns (the join's, say) moves
+    // no row of it.
+    bool unaffectedBy(int first, int last) const override;
+
 private:
     QVector<int> m_columns;
 };
