@@ -1,0 +1,501 @@
+#include "table/recordstrans_p.h"
+
+#include "index/masterindex_column.h"
+#include "index/masterindex_column_cached.h"
+#include "index/masterindex_fast.h"
+#include "index/masterindex_fast_cached.h"
+#include "table/table.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <typeinfo>
+
+namespace {
+
+quint64 load64(const unsigned char *p)
+{
+    quint64 w;
+    std::memcpy(&w, p, 8);
+    return w;
+}
+
+// Up to eight bytes from `p` as a big-endian number, zero-padded: numbers
+// compare as memcmp compares the bytes.
+quint64 bigEndianPrefix(const unsigned char *p, int size)
+{
+    quint64 w = 0;
+    for (int i = 0; i < 8; ++i)
+        w = (w << 8) | (i < size ? p[i] : 0u);
+    return w;
+}
+
+quint64 mix(quint64 h, quint64 w)
+{
+    h = (h ^ w) * 0xff51afd7ed558ccdULL;
+    return h ^ (h >> 32);
+}
+
+// A distinct stand-in for a null cell: its bytes are not looked at.
+const quint64 NullCell = 0x6a09e667f3bcc909ULL;
+
+} // namespace
+
+// --- ordering through the master ---
+
+bool RecordsTransPrivate::KeyLess::operator()(int a, int b) const
+{
+    return d->m_master->compare(d->entries[size_t(a)].key, d->entries[size_t(b)].key) < 0;
+}
+
+bool RecordsTransPrivate::KeyLess::operator()(int a, const Record &b) const
+{
+    return d->m_master->compare(d->entries[size_t(a)].key, b) < 0;
+}
+
+bool RecordsTransPrivate::KeyLess::operator()(const Record &a, int b) const
+{
+    return d->m_master->compare(a, d->entries[size_t(b)].key) < 0;
+}
+
+// --- construction ---
+
+RecordsTransPrivate::RecordsTransPrivate(Table *table)
+    : m_table(table), m_ordered(KeyLess { this })
+{
+}
+
+RecordsTransPrivate::RecordsTransPrivate(const RecordsTransPrivate &other)
+    : entries(other.entries),
+      m_table(other.m_table),
+      m_mode(other.m_mode),
+      m_master(other.m_master),
+      m_columnCount(other.m_columnCount),
+      m_keyOffset(other.m_keyOffset),
+      m_keySize(other.m_keySize),
+      m_cells(other.m_cells),
+      m_prefixExact(other.m_prefixExact),
+      m_live(other.m_live),
+      m_slots(other.m_slots),
+      m_usedSlots(other.m_usedSlots),
+      m_ordered(KeyLess { this }),
+      m_takenUpdated(other.m_takenUpdated),
+      m_takenInserted(other.m_takenInserted),
+      m_takenChanged(other.m_takenChanged)
+{
+    // The set's order is the other's; entered from its end, each costs O(1).
+    for (int e : other.m_ordered)
+        m_ordered.insert(m_ordered.end(), e);
+}
+
+// --- kind of key ---
+
+void RecordsTransPrivate::sync()
+{
+    if (m_mode != Unset && m_table->masterIndex() == m_master
+        && m_table->columnCount() == m_columnCount)
+        return;
+    const Mode before = m_mode;
+    detect();
+    if (before != Unset || m_live > 0)
+        reindex(true);
+}
+
+void RecordsTransPrivate::detect()
+{
+    m_master = m_table->masterIndex();
+    m_columnCount = m_table->columnCount();
+    m_cells.clear();
+    m_prefixExact = false;
+    m_mode = Ordered;
+    // Only these classes are known to compare as told; a subclass may not.
+    const std::type_info &type = typeid(*m_master);
+    if (type == typeid(MasterIndex_Fast) || type == typeid(MasterIndex_Fast_Cached)
+        || type == typeid(MasterIndex_Fast_Pure)) {
+        const auto *fast = static_cast<const MasterIndex_Fast_Pure *>(m_master);
+        m_mode = Bytes;
+        m_keyOffset = int(fast->keyOffset());
+        m_keySize = int(fast->keySize());
+        m_prefixExact = m_keySize <= 16;
+        return;
+    }
+    if (type != typeid(MasterIndex_Column) && type != typeid(MasterIndex_Column_Cached)
+        && type != typeid(MasterIndex_Column_Pure))
+        return;
+    bool exact = m_master->columns().size() <= 2;
+    for (int column : m_master->columns()) {
+        if (column < 0 || column >= m_columnCount)
+            return;
+        const TableColumnDef &def = m_table->columnDef(column);
+        const bool int32 = def.type == FieldType::Integer && def.len == 4;
+        const bool int64 = (def.type == FieldType::Integer64 || def.type == FieldType::DateTime)
+            && def.len == 8;
+        if (!int32 && !int64)
+            return;
+        // A null cell and the lowest Integer64 share a prefix.
+        exact = exact && (int32 || !def.nullable);
+        m_cells.push_back({ int(Table::RowHeaderSize + def.offset), int(def.len),
+                            int(Table::RowHeaderSize + def.nullOffset), def.nullMask });
+    }
+    m_mode = Cells;
+    m_prefixExact = exact;
+}
+
+uint RecordsTransPrivate::hashOf(const unsigned char *row) const
+{
+    quint64 h = 0x9e3779b97f4a7c15ULL;
+    if (m_mode == Bytes) {
+        const unsigned char *key = row + m_keyOffset;
+        int i = 0;
+        for (; i + 8 <= m_keySize; i += 8)
+            h = mix(h, load64(key + i));
+        if (i < m_keySize)
+            h = mix(h, bigEndianPrefix(key + i, m_keySize - i));
+    } else {
+        for (const Cell &cell : m_cells) {
+            if ((row[cell.nullOffset] & cell.nullMask) != cell.nullMask) {
+                h = mix(h, NullCell);
+            } else if (cell.width == 4) {
+                quint32 v;
+                std::memcpy(&v, row + cell.offset, 4);
+                h = mix(h, v);
+            } else {
+                h = mix(h, load64(row + cell.offset));
+            }
+        }
+    }
+    return uint(h) ^ uint(h >> 32);
+}
+
+bool RecordsTransPrivate::sameKey(const unsigned char *a, const unsigned char *b) const
+{
+    if (m_mode == Bytes)
+        return std::memcmp(a + m_keyOffset, b + m_keyOffset, size_t(m_keySize)) == 0;
+    for (const Cell &cell : m_cells) {
+        const bool aNull = (a[cell.nullOffset] & cell.nullMask) != cell.nullMask;
+        const bool bNull = (b[cell.nullOffset] & cell.nullMask) != cell.nullMask;
+        if (aNull != bNull)
+            return false;
+        if (!aNull && std::memcmp(a + cell.offset, b + cell.offset, size_t(cell.width)) != 0)
+            return false;
+    }
+    return true;
+}
+
+void RecordsTransPrivate::prefixOf(const unsigned char *row, quint64 *prefix) const
+{
+    prefix[0] = prefix[1] = 0;
+    if (m_mode == Bytes) {
+        const unsigned char *key = row + m_keyOffset;
+        prefix[0] = bigEndianPrefix(key, m_keySize);
+        if (m_keySize > 8)
+            prefix[1] = bigEndianPrefix(key + 8, m_keySize - 8);
+        return;
+    }
+    // Null first, then by value: a null cell is 0 and values are biased above it.
+    for (size_t i = 0; i < m_cells.size() && i < 2; ++i) {
+        const Cell &cell = m_cells[i];
+        if ((row[cell.nullOffset] & cell.nullMask) != cell.nullMask)
+            continue;
+        if (cell.width == 4) {
+            qint32 v;
+            std::memcpy(&v, row + cell.offset, 4);
+            prefix[i] = quint64(qint64(v) - qint64(INT32_MIN) + 1);
+        } else {
+            prefix[i] = load64(row + cell.offset) ^ (quint64(1) << 63);
+        }
+    }
+}
+
+bool RecordsTransPrivate::keyLess(const Entry &a, const Entry &b) const
+{
+    if (m_mode == Bytes)
+        return std::memcmp(a.key.rowPtr() + m_keyOffset, b.key.rowPtr() + m_keyOffset,
+                           size_t(m_keySize))
+            < 0;
+    return m_master->compare(a.key, b.key) < 0;
+}
+
+// --- look-up ---
+
+RecordsTransPrivate::Probe RecordsTransPrivate::locate(const Record &key)
+{
+    sync();
+    Probe probe;
+    if (m_mode == Ordered) {
+        probe.hint = m_ordered.lower_bound(key);
+        if (probe.hint != m_ordered.end() && !m_ordered.key_comp()(key, *probe.hint))
+            probe.entry = *probe.hint;
+        return probe;
+    }
+    const unsigned char *row = key.rowPtr();
+    probe.hash = hashOf(row);
+    if (m_slots.empty())
+        return probe;
+    const size_t mask = m_slots.size() - 1;
+    int erased = -1;
+    for (size_t slot = probe.hash & mask;; slot = (slot + 1) & mask) {
+        const int at = m_slots[slot];
+        if (at == 0) {
+            probe.slot = erased >= 0 ? erased : int(slot);
+            return probe;
+        }
+        if (at < 0) {
+            if (erased < 0)
+                erased = int(slot);
+            continue;
+        }
+        const Entry &entry = entries[size_t(at - 1)];
+        if (entry.hash == probe.hash && sameKey(entry.key.rowPtr(), row)) {
+            probe.entry = at - 1;
+            probe.slot = int(slot);
+            return probe;
+        }
+    }
+}
+
+int RecordsTransPrivate::add(const Probe &probe, Record key, int code, Record change)
+{
+    const int e = int(entries.size());
+    if (entries.capacity() == 0)
+        entries.reserve(64); // fewer steps of growth for the usual batch
+    entries.push_back({ std::move(key), std::move(change), { 0, 0 }, probe.hash, code });
+    ++m_live;
+    m_sortedValid = false;
+    if (m_mode == Ordered) {
+        m_ordered.insert(probe.hint, e);
+        return e;
+    }
+    Entry &entry = entries.back();
+    prefixOf(entry.key.rowPtr(), entry.prefix);
+    // Below half full, erased slots counted, so that probes stay short.
+    if (probe.slot < 0 || 2 * size_t(m_usedSlots + 1) > m_slots.size()) {
+        reindex(false);
+        return e;
+    }
+    if (m_slots[size_t(probe.slot)] == 0)
+        ++m_usedSlots;
+    m_slots[size_t(probe.slot)] = e + 1;
+    return e;
+}
+
+void RecordsTransPrivate::reindex(bool rehash)
+{
+    m_ordered.clear();
+    m_slots.clear();
+    m_usedSlots = 0;
+    if (m_mode == Ordered) {
+        for (size_t e = 0; e < entries.size(); ++e) {
+            if (entries[e].code != 0)
+                m_ordered.insert(int(e));
+        }
+        return;
+    }
+    size_t capacity = 128;
+    while (capacity < 2 * size_t(m_live + 1))
+        capacity *= 2;
+    m_slots.assign(capacity, 0);
+    const size_t mask = capacity - 1;
+    for (size_t e = 0; e < entries.size(); ++e) {
+        Entry &entry = entries[e];
+        if (entry.code == 0)
+            continue;
+        if (rehash) {
+            entry.hash = hashOf(entry.key.rowPtr());
+            prefixOf(entry.key.rowPtr(), entry.prefix);
+        }
+        size_t slot = entry.hash & mask;
+        while (m_slots[slot] != 0)
+            slot = (slot + 1) & mask;
+        m_slots[slot] = int(e) + 1;
+        ++m_usedSlots;
+    }
+}
+
+void RecordsTransPrivate::erase(int e)
+{
+    Entry &entry = entries[size_t(e)];
+    if (m_mode == Ordered) {
+        m_ordered.erase(e);
+    } else if (!m_slots.empty()) {
+        const size_t mask = m_slots.size() - 1;
+        for (size_t slot = entry.hash & mask;; slot = (slot + 1) & mask) {
+            if (m_slots[slot] == 0)
+                break;
+            if (m_slots[slot] == e + 1) {
+                m_slots[slot] = -1;
+                break;
+            }
+        }
+    }
+    entry.key = Record();
+    entry.change = Record();
+    entry.code = 0;
+    --m_live;
+    m_sortedValid = false;
+}
+
+void RecordsTransPrivate::clear()
+{
+    // A large transaction gives its memory back; a small one keeps it for reuse.
+    if (entries.capacity() > 4096)
+        std::vector<Entry>().swap(entries);
+    else
+        entries.clear();
+    if (m_slots.size() > 8192)
+        std::vector<int>().swap(m_slots);
+    else
+        std::fill(m_slots.begin(), m_slots.end(), 0);
+    m_usedSlots = 0;
+    m_ordered.clear();
+    m_live = 0;
+    m_mode = Unset;
+    m_sorted.clear();
+    m_sortedValid = false;
+    m_takenUpdated.clear();
+    m_takenInserted.clear();
+    m_takenChanged.clear();
+}
+
+bool RecordsTransPrivate::hasChanges() const
+{
+    for (const Entry &entry : entries) {
+        if (entry.code == RecordsTrans::RowUpdated && !entry.change.isNull())
+            return true;
+    }
+    return false;
+}
+
+// --- order ---
+
+const std::vector<int> &RecordsTransPrivate::sorted() const
+{
+    if (m_sortedValid)
+        return m_sorted;
+    m_sorted.clear();
+    m_sorted.reserve(size_t(m_live));
+    m_sortedValid = true;
+    if (m_mode == Ordered) {
+        m_sorted.assign(m_ordered.begin(), m_ordered.end());
+        return m_sorted;
+    }
+    struct Item
+    {
+        quint64 prefix[2];
+        int entry;
+    };
+    std::vector<Item> items;
+    items.reserve(size_t(m_live));
+    for (size_t e = 0; e < entries.size(); ++e) {
+        const Entry &entry = entries[e];
+        if (entry.code != 0)
+            items.push_back({ { entry.prefix[0], entry.prefix[1] }, int(e) });
+    }
+    auto less = [this](const Item &a, const Item &b) {
+        if (a.prefix[0] != b.prefix[0])
+            return a.prefix[0] < b.prefix[0];
+        if (a.prefix[1] != b.prefix[1])
+            return a.prefix[1] < b.prefix[1];
+        if (!m_prefixExact) {
+            const Entry &x = entries[size_t(a.entry)];
+            const Entry &y = entries[size_t(b.entry)];
+            if (keyLess(x, y))
+                return true;
+            if (keyLess(y, x))
+                return false;
+        }
+        return a.entry < b.entry; // equal keys only if one was written since it came
+    };
+    // Rows often come in key order already, as from a walk over the master.
+    if (!std::is_sorted(items.begin(), items.end(), less))
+        std::sort(items.begin(), items.end(), less);
+    for (const Item &item : items)
+        m_sorted.push_back(item.entry);
+    return m_sorted;
+}
+
+std::vector<int> RecordsTransPrivate::walkOrder() const
+{
+    if (m_mode == Ordered)
+        return std::vector<int>(m_ordered.begin(), m_ordered.end());
+    std::vector<int> order;
+    order.reserve(size_t(m_live));
+    for (size_t e = 0; e < entries.size(); ++e) {
+        if (entries[e].code != 0)
+            order.push_back(int(e));
+    }
+    return order;
+}
+
+// --- handing over to the table ---
+
+namespace {
+
+// Moves `row` to the end of `list` without touching its count.
+void moveAppend(QList<Record> &list, Record &row)
+{
+    list.append(Record());
+    qSwap(list.last(), row);
+}
+
+} // namespace
+
+void RecordsTransPrivate::take(QList<Record> &removed, QList<Record> &updated,
+                               QList<Record> &inserted, QList<Record> &changed)
+{
+    const std::vector<int> &order = sorted();
+    int counts[4] = { 0, 0, 0, 0 };
+    for (int e : order)
+        ++counts[entries[size_t(e)].code & 3];
+    removed.reserve(counts[RecordsTrans::RowRemoved]);
+    updated.reserve(counts[RecordsTrans::RowUpdated]);
+    changed.reserve(counts[RecordsTrans::RowUpdated]);
+    inserted.reserve(counts[RecordsTrans::RowInserted]);
+    m_takenUpdated.clear();
+    m_takenInserted.clear();
+    m_takenChanged.clear();
+    m_takenUpdated.reserve(size_t(counts[RecordsTrans::RowUpdated]));
+    m_takenInserted.reserve(size_t(counts[RecordsTrans::RowInserted]));
+    m_takenChanged.reserve(size_t(counts[RecordsTrans::RowUpdated]));
+    for (int e : order) {
+        Entry &entry = entries[size_t(e)];
+        switch (entry.code) {
+        case RecordsTrans::RowInserted:
+            m_takenInserted.push_back(e);
+            moveAppend(inserted, entry.key);
+            break;
+        case RecordsTrans::RowRemoved:
+            removed.append(entry.key);
+            break;
+        case RecordsTrans::RowUpdated:
+            m_takenUpdated.push_back(e);
+            moveAppend(updated, entry.key);
+            if (!entry.change.isNull()) {
+                m_takenChanged.push_back(e);
+                moveAppend(changed, entry.change);
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    // The moved keys are gone from the entries: nothing may look them up.
+    std::fill(m_slots.begin(), m_slots.end(), 0);
+    m_usedSlots = 0;
+    m_ordered.clear();
+}
+
+void RecordsTransPrivate::restore(QList<Record> &updated, QList<Record> &inserted,
+                                  QList<Record> &changed)
+{
+    for (size_t i = 0; i < m_takenUpdated.size() && int(i) < updated.size(); ++i)
+        qSwap(entries[size_t(m_takenUpdated[i])].key, updated[int(i)]);
+    for (size_t i = 0; i < m_takenInserted.size() && int(i) < inserted.size(); ++i)
+        qSwap(entries[size_t(m_takenInserted[i])].key, inserted[int(i)]);
+    for (size_t i = 0; i < m_takenChanged.size() && int(i) < changed.size(); ++i)
+        qSwap(entries[size_t(m_takenChanged[i])].change, changed[int(i)]);
+    m_takenUpdated.clear();
+    m_takenInserted.clear();
+    m_takenChanged.clear();
+    reindex(false);
+}
