@@ -2,6 +2,7 @@
 #define TABLEDB_JOIN_JOINWRITE_P_H
 
 #include "join/col.h"
+#include "join/joinrowfinder_p.h"
 #include "table/recordstrans.h"
 #include "table/table.h"
 
@@ -10,15 +11,32 @@
 // and after its running transaction otherwise.
 namespace JoinWrite {
 
-// The updater of join row `target` in `trans`. A row of another table stands
-// for the join row of its key: a fresh join row is filled with the key from
-// `keySource` by `mainToDep` and looked up instead.
-inline RecordUpdater open(RecordsTrans &trans, const Record &target, const Record &keySource,
-    const QVector<Col> &mainToDep)
+// An updater on the row that the master's find() gave for `key` (null if none).
+class Updater : public RecordUpdater
+{
+public:
+    Updater(RecordsTrans &trans, const Record &found, const Record &key)
+        : RecordUpdater(trans)
+    {
+        if (found.isNull()) {
+            insertInMap(key);
+            return;
+        }
+        Record::operator=(found);
+        updateInMap();
+    }
+};
+
+// The updater of join row `target` in `trans`; `finder` stands for the join
+// table's master. A row of another table stands for the join row of its key:
+// a fresh join row is filled with the key from `keySource` by `mainToDep` and
+// looked up instead.
+inline RecordUpdater open(RecordsTrans &trans, const JoinRowFinder &finder, const Record &target,
+    const Record &keySource, const QVector<Col> &mainToDep)
 {
     Table *table = trans.table();
     if (Table::tablePtr(target.rowPtr()) == table)
-        return RecordUpdater(target, trans, -1);
+        return Updater(trans, finder.find(target), target);
     Record key(table);
     for (const Col &col : mainToDep)
         key.data(col.target) = keySource.data(col.source);

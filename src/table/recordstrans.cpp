@@ -285,6 +285,8 @@ RecordUpdater::RecordUpdater(const Record &key, RecordsTrans &trans, int from)
     findInMaster(key, from);
 }
 
+RecordUpdater::RecordUpdater(RecordsTrans &trans) : m_trans(&trans), m_found(false), m_node(-1) { }
+
 void RecordUpdater::findInMaster(const Record &key, int from)
 {
     Record::operator=(m_trans->m_table->masterIndex()->find(key, from));

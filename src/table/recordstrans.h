@@ -128,6 +128,10 @@ public:
     void remove();
 
 protected:
+    // An updater on no row yet, for a subclass that finds the row in its own
+    // way and then calls updateInMap() or insertInMap().
+    explicit RecordUpdater(RecordsTrans &trans);
+
     void extendColumns(int first, int last);
     void findInMaster(const Record &key, int from);
     void updateInMap();
