@@ -1,5 +1,6 @@
 // Transactions against a model of their per-key rules, for each way in which
-// a transaction finds a key: hashed key bytes (a Fast master), hashed cells (a
+// a transaction finds a key: hashed key bytes (a Fast master, its key longer
+// than the prefix that orders most keys), hashed cells (a
 // Column master over a nullable Integer, null keys included) and compare()
 // (a Column master over a String, and a master of its own). Hundreds of keys,
 // so that probes collide, the look-up grows and erased entries are passed.
@@ -40,8 +41,12 @@ public:
         if (kind != Custom) {
             m_table->addColumn(QStringLiteral("key"), types[kind], 0, kind != Fast);
             m_table->addColumn(QStringLiteral("value"), FieldType::Integer);
+            // A Fast key longer than its sixteen bytes of prefix, equal in them.
+            for (const char *name : { "zero1", "zero2", "tail" })
+                m_table->addColumn(QString::fromLatin1(name), FieldType::Integer64, 0, false);
             if (kind == Fast)
-                m_table->setMasterIndex(new MasterIndex_Fast(m_table.get(), QList<int> { 0 }));
+                m_table->setMasterIndex(
+                    new MasterIndex_Fast(m_table.get(), QList<int> { 2, 3, 4 }));
             else
                 m_table->setMasterIndex(new MasterIndex_Column(m_table.get(), QList<int> { 0 }));
         }
@@ -61,6 +66,8 @@ public:
             r.data(0) = QStringLiteral("k%1").arg(k);
         else
             r.data(0) = k;
+        if (m_kind == Fast)
+            r.data(4) = k;
         r.data(1) = value;
         return r;
     }
