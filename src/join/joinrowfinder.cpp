@@ -5,6 +5,7 @@
 #include "join/recordsranges.h"
 #include "table/table.h"
 
+#include <algorithm>
 #include <typeinfo>
 
 bool JoinRowFinder::findsBySearch(const MasterIndex *master)
@@ -24,19 +25,11 @@ bool JoinRowFinder::findsBySearch(const MasterIndex *master)
     return true;
 }
 
-namespace {
-
-size_t hashOf(const unsigned char *row)
-{
-    quint64 h = quint64(quintptr(row)) * 0x9e3779b97f4a7c15ULL;
-    return size_t(h ^ (h >> 29));
-}
-
-} // namespace
-
 JoinRowFinder::JoinRowFinder(const MasterIndex *master)
     : m_master(master), m_eligible(master && master->table() && findsBySearch(master))
 {
+    if (m_eligible)
+        m_form = MasterKeyForm::of(master, master->table());
 }
 
 void JoinRowFinder::expectRecords(const RecordsRanges &ranges)
@@ -63,57 +56,65 @@ void JoinRowFinder::expectPositions(const RecordsRanges &ranges, const IndexSort
 
 void JoinRowFinder::prepare()
 {
-    // A search is some log2(n) compares, the walk a step and a probe per row.
+    // A search is some log2(n) compares, the walk a step and a look at a mark
+    // per row of the table.
     const size_t rows = size_t(m_master ? m_master->count() : 0);
     if (!m_eligible || m_expected.empty() || m_expected.size() * 16 < rows) {
         m_expected.clear();
         return;
     }
-    size_t capacity = 16;
-    while (capacity < 2 * m_expected.size())
-        capacity *= 2;
-    m_slots.assign(capacity, Slot { nullptr, false });
-    for (const unsigned char *row : m_expected) {
-        if (Slot *slot = slotOf(row))
-            slot->row = row;
+    // Marks by address, in bitmaps of 16-byte steps over the rows' span:
+    // rows of one table mostly lie together. Spread thinner than a step in
+    // 64, they are searched for.
+    const auto span = std::minmax_element(m_expected.begin(), m_expected.end());
+    const size_t steps = size_t(*span.second - *span.first) / 16 + 1;
+    if (steps > 64 * m_expected.size()) {
+        m_expected.clear();
+        return;
     }
+    m_low = *span.first;
+    m_expectedBits.assign((steps + 63) / 64, 0);
+    m_firstBits.assign((steps + 63) / 64, 0);
+    for (const unsigned char *row : m_expected)
+        mark(m_expectedBits, row);
     m_expected.clear();
     m_expected.shrink_to_fit();
+
     const Record *previous = nullptr;
     for (auto it = m_master->begin(), end = m_master->end(); it != end; ++it) {
         const Record &row = *it;
-        Slot *slot = slotOf(row.rowPtr());
-        if (slot && slot->row)
-            slot->first = !previous || m_master->compare(*previous, row) != 0;
+        if (isMarked(m_expectedBits, row.rowPtr())) {
+            const bool first = !previous
+                || (m_form.isHashed() ? !m_form.sameKey(previous->rowPtr(), row.rowPtr())
+                                      : m_master->compare(*previous, row) != 0);
+            if (first)
+                mark(m_firstBits, row.rowPtr());
+        }
         previous = &row;
     }
     m_walked = true;
 }
 
-JoinRowFinder::Slot *JoinRowFinder::slotOf(const unsigned char *row)
+void JoinRowFinder::mark(std::vector<quint64> &bits, const unsigned char *row) const
 {
-    return const_cast<Slot *>(static_cast<const JoinRowFinder *>(this)->slotOf(row));
+    const size_t step = size_t(row - m_low) / 16;
+    bits[step / 64] |= quint64(1) << (step % 64);
 }
 
-// The slot of `row`, or the free slot where it would go.
-const JoinRowFinder::Slot *JoinRowFinder::slotOf(const unsigned char *row) const
+bool JoinRowFinder::isMarked(const std::vector<quint64> &bits, const unsigned char *row) const
 {
-    if (m_slots.empty())
-        return nullptr;
-    const size_t mask = m_slots.size() - 1;
-    for (size_t i = hashOf(row) & mask;; i = (i + 1) & mask) {
-        const Slot &slot = m_slots[i];
-        if (!slot.row || slot.row == row)
-            return &slot;
-    }
+    if (row < m_low)
+        return false;
+    const size_t step = size_t(row - m_low) / 16;
+    return step / 64 < bits.size() && (bits[step / 64] >> (step % 64) & 1) != 0;
+}
+
+bool JoinRowFinder::isFirst(const Record &row) const
+{
+    return m_walked && isMarked(m_firstBits, row.rowPtr());
 }
 
 Record JoinRowFinder::find(const Record &row) const
 {
-    if (m_walked) {
-        const Slot *slot = slotOf(row.rowPtr());
-        if (slot && slot->row && slot->first)
-            return row;
-    }
-    return m_master->find(row, -1);
+    return isFirst(row) ? row : m_master->find(row, -1);
 }

@@ -1,6 +1,7 @@
 #ifndef TABLEDB_JOIN_JOINROWFINDER_P_H
 #define TABLEDB_JOIN_JOINROWFINDER_P_H
 
+#include "table/masterkeyform_p.h"
 #include "table/record.h"
 
 #include <vector>
@@ -13,8 +14,8 @@ struct RecordsRanges;
 // join is about to write. A search costs some twenty compares, each a cache
 // miss on a row block. When the rows written are a good part of the table, one
 // walk over the master notes which of them stand first among the rows of
-// their key, which is exactly the row that find() gives; those come back
-// without a search, the others from find() itself.
+// their key, which is exactly the row that find() gives; those need no
+// search, the others still ask find().
 //
 // Only for masters whose find() is the plain binary search of a list in
 // compare() order, and whose compare() is a total order: a cached master
@@ -37,23 +38,24 @@ public:
     // Walks the master if that costs less than searching for the rows expected.
     void prepare();
 
+    // Whether find(row, -1) is known to give `row` itself.
+    bool isFirst(const Record &row) const;
     // master->find(row, -1).
     Record find(const Record &row) const;
 
 private:
-    struct Slot
-    {
-        const unsigned char *row;
-        bool first; // the first row of its key in the master
-    };
-    Slot *slotOf(const unsigned char *row);
-    const Slot *slotOf(const unsigned char *row) const;
+    void mark(std::vector<quint64> &bits, const unsigned char *row) const;
+    bool isMarked(const std::vector<quint64> &bits, const unsigned char *row) const;
 
     const MasterIndex *m_master;
+    MasterKeyForm m_form; // to tell neighbours apart without compare()
     bool m_eligible;
     bool m_walked = false;
     std::vector<const unsigned char *> m_expected;
-    std::vector<Slot> m_slots; // open addressing by row address
+    // Rows by address, a bit for each 16 bytes from the lowest row expected.
+    const unsigned char *m_low = nullptr;
+    std::vector<quint64> m_expectedBits;
+    std::vector<quint64> m_firstBits; // of these, those first among their key
 };
 
 #endif // TABLEDB_JOIN_JOINROWFINDER_P_H

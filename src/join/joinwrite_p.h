@@ -35,8 +35,11 @@ inline RecordUpdater open(RecordsTrans &trans, const JoinRowFinder &finder, cons
     const Record &keySource, const QVector<Col> &mainToDep)
 {
     Table *table = trans.table();
-    if (Table::tablePtr(target.rowPtr()) == table)
+    if (Table::tablePtr(target.rowPtr()) == table) {
+        if (finder.isFirst(target))
+            return Updater(trans, target, target);
         return Updater(trans, finder.find(target), target);
+    }
     Record key(table);
     for (const Col &col : mainToDep)
         key.data(col.target) = keySource.data(col.source);

@@ -1,45 +1,10 @@
 #include "table/recordstrans_p.h"
 
-#include "index/masterindex_column.h"
-#include "index/masterindex_column_cached.h"
-#include "index/masterindex_fast.h"
-#include "index/masterindex_fast_cached.h"
+#include "index/masterindex.h"
 #include "table/table.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <typeinfo>
 
-namespace {
-
-quint64 load64(const unsigned char *p)
-{
-    quint64 w;
-    std::memcpy(&w, p, 8);
-    return w;
-}
-
-// Up to eight bytes from `p` as a big-endian number, zero-padded: numbers
-// compare as memcmp compares the bytes.
-quint64 bigEndianPrefix(const unsigned char *p, int size)
-{
-    quint64 w = 0;
-    for (int i = 0; i < 8; ++i)
-        w = (w << 8) | (i < size ? p[i] : 0u);
-    return w;
-}
-
-quint64 mix(quint64 h, quint64 w)
-{
-    h = (h ^ w) * 0xff51afd7ed558ccdULL;
-    return h ^ (h >> 32);
-}
-
-// A distinct stand-in for a null cell: its bytes are not looked at.
-const quint64 NullCell = 0x6a09e667f3bcc909ULL;
-
-} // namespace
 
 // --- ordering through the master ---
 
@@ -71,11 +36,10 @@ RecordsTransPrivate::RecordsTransPrivate(const RecordsTransPrivate &other)
       m_mode(other.m_mode),
       m_master(other.m_master),
       m_columnCount(other.m_columnCount),
-      m_keyOffset(other.m_keyOffset),
-      m_keySize(other.m_keySize),
-      m_cells(other.m_cells),
-      m_prefixExact(other.m_prefixExact),
+      m_form(other.m_form),
       m_live(other.m_live),
+      m_inOrder(other.m_inOrder),
+      m_lastPrefix { other.m_lastPrefix[0], other.m_lastPrefix[1] },
       m_slots(other.m_slots),
       m_usedSlots(other.m_usedSlots),
       m_ordered(KeyLess { this }),
@@ -97,123 +61,18 @@ void RecordsTransPrivate::sync()
         return;
     const Mode before = m_mode;
     detect();
-    if (before != Unset || m_live > 0)
+    if (before != Unset || m_live > 0) {
+        m_inOrder = false;
         reindex(true);
+    }
 }
 
 void RecordsTransPrivate::detect()
 {
     m_master = m_table->masterIndex();
     m_columnCount = m_table->columnCount();
-    m_cells.clear();
-    m_prefixExact = false;
-    m_mode = Ordered;
-    // Only these classes are known to compare as told; a subclass may not.
-    const std::type_info &type = typeid(*m_master);
-    if (type == typeid(MasterIndex_Fast) || type == typeid(MasterIndex_Fast_Cached)
-        || type == typeid(MasterIndex_Fast_Pure)) {
-        const auto *fast = static_cast<const MasterIndex_Fast_Pure *>(m_master);
-        m_mode = Bytes;
-        m_keyOffset = int(fast->keyOffset());
-        m_keySize = int(fast->keySize());
-        m_prefixExact = m_keySize <= 16;
-        return;
-    }
-    if (type != typeid(MasterIndex_Column) && type != typeid(MasterIndex_Column_Cached)
-        && type != typeid(MasterIndex_Column_Pure))
-        return;
-    bool exact = m_master->columns().size() <= 2;
-    for (int column : m_master->columns()) {
-        if (column < 0 || column >= m_columnCount)
-            return;
-        const TableColumnDef &def = m_table->columnDef(column);
-        const bool int32 = def.type == FieldType::Integer && def.len == 4;
-        const bool int64 = (def.type == FieldType::Integer64 || def.type == FieldType::DateTime)
-            && def.len == 8;
-        if (!int32 && !int64)
-            return;
-        // A null cell and the lowest Integer64 share a prefix.
-        exact = exact && (int32 || !def.nullable);
-        m_cells.push_back({ int(Table::RowHeaderSize + def.offset), int(def.len),
-                            int(Table::RowHeaderSize + def.nullOffset), def.nullMask });
-    }
-    m_mode = Cells;
-    m_prefixExact = exact;
-}
-
-uint RecordsTransPrivate::hashOf(const unsigned char *row) const
-{
-    quint64 h = 0x9e3779b97f4a7c15ULL;
-    if (m_mode == Bytes) {
-        const unsigned char *key = row + m_keyOffset;
-        int i = 0;
-        for (; i + 8 <= m_keySize; i += 8)
-            h = mix(h, load64(key + i));
-        if (i < m_keySize)
-            h = mix(h, bigEndianPrefix(key + i, m_keySize - i));
-    } else {
-        for (const Cell &cell : m_cells) {
-            if ((row[cell.nullOffset] & cell.nullMask) != cell.nullMask) {
-                h = mix(h, NullCell);
-            } else if (cell.width == 4) {
-                quint32 v;
-                std::memcpy(&v, row + cell.offset, 4);
-                h = mix(h, v);
-            } else {
-                h = mix(h, load64(row + cell.offset));
-            }
-        }
-    }
-    return uint(h) ^ uint(h >> 32);
-}
-
-bool RecordsTransPrivate::sameKey(const unsigned char *a, const unsigned char *b) const
-{
-    if (m_mode == Bytes)
-        return std::memcmp(a + m_keyOffset, b + m_keyOffset, size_t(m_keySize)) == 0;
-    for (const Cell &cell : m_cells) {
-        const bool aNull = (a[cell.nullOffset] & cell.nullMask) != cell.nullMask;
-        const bool bNull = (b[cell.nullOffset] & cell.nullMask) != cell.nullMask;
-        if (aNull != bNull)
-            return false;
-        if (!aNull && std::memcmp(a + cell.offset, b + cell.offset, size_t(cell.width)) != 0)
-            return false;
-    }
-    return true;
-}
-
-void RecordsTransPrivate::prefixOf(const unsigned char *row, quint64 *prefix) const
-{
-    prefix[0] = prefix[1] = 0;
-    if (m_mode == Bytes) {
-        const unsigned char *key = row + m_keyOffset;
-        prefix[0] = bigEndianPrefix(key, m_keySize);
-        if (m_keySize > 8)
-            prefix[1] = bigEndianPrefix(key + 8, m_keySize - 8);
-        return;
-    }
-    // Null first, then by value: a null cell is 0 and values are biased above it.
-    for (size_t i = 0; i < m_cells.size() && i < 2; ++i) {
-        const Cell &cell = m_cells[i];
-        if ((row[cell.nullOffset] & cell.nullMask) != cell.nullMask)
-            continue;
-        if (cell.width == 4) {
-            qint32 v;
-            std::memcpy(&v, row + cell.offset, 4);
-            prefix[i] = quint64(qint64(v) - qint64(INT32_MIN) + 1);
-        } else {
-            prefix[i] = load64(row + cell.offset) ^ (quint64(1) << 63);
-        }
-    }
-}
-
-bool RecordsTransPrivate::keyLess(const Entry &a, const Entry &b) const
-{
-    if (m_mode == Bytes)
-        return std::memcmp(a.key.rowPtr() + m_keyOffset, b.key.rowPtr() + m_keyOffset,
-                           size_t(m_keySize))
-            < 0;
-    return m_master->compare(a.key, b.key) < 0;
+    m_form = MasterKeyForm::of(m_master, m_table);
+    m_mode = m_form.isHashed() ? Hashed : Ordered;
 }
 
 // --- look-up ---
@@ -229,7 +88,19 @@ RecordsTransPrivate::Probe RecordsTransPrivate::locate(const Record &key)
         return probe;
     }
     const unsigned char *row = key.rowPtr();
-    probe.hash = hashOf(row);
+    m_form.prefixOf(row, probe.prefix);
+    if (m_inOrder) {
+        const bool rises = probe.prefix[0] != m_lastPrefix[0]
+            ? probe.prefix[0] > m_lastPrefix[0]
+            : probe.prefix[1] > m_lastPrefix[1];
+        if (entries.empty() || rises) {
+            probe.after = true;
+            return probe;
+        }
+        m_inOrder = false;
+        reindex(true);
+    }
+    probe.hash = m_form.hashOf(row);
     if (m_slots.empty())
         return probe;
     const size_t mask = m_slots.size() - 1;
@@ -246,7 +117,7 @@ RecordsTransPrivate::Probe RecordsTransPrivate::locate(const Record &key)
             continue;
         }
         const Entry &entry = entries[size_t(at - 1)];
-        if (entry.hash == probe.hash && sameKey(entry.key.rowPtr(), row)) {
+        if (entry.hash == probe.hash && m_form.sameKey(entry.key.rowPtr(), row)) {
             probe.entry = at - 1;
             probe.slot = int(slot);
             return probe;
@@ -259,15 +130,19 @@ int RecordsTransPrivate::add(const Probe &probe, Record key, int code, Record ch
     const int e = int(entries.size());
     if (entries.capacity() == 0)
         entries.reserve(64); // fewer steps of growth for the usual batch
-    entries.push_back({ std::move(key), std::move(change), { 0, 0 }, probe.hash, code });
+    entries.push_back({ std::move(key), std::move(change), { probe.prefix[0], probe.prefix[1] },
+                        probe.hash, code });
     ++m_live;
     m_sortedValid = false;
     if (m_mode == Ordered) {
         m_ordered.insert(probe.hint, e);
         return e;
     }
-    Entry &entry = entries.back();
-    prefixOf(entry.key.rowPtr(), entry.prefix);
+    if (probe.after) {
+        m_lastPrefix[0] = probe.prefix[0];
+        m_lastPrefix[1] = probe.prefix[1];
+        return e;
+    }
     // Below half full, erased slots counted, so that probes stay short.
     if (probe.slot < 0 || 2 * size_t(m_usedSlots + 1) > m_slots.size()) {
         reindex(false);
@@ -291,6 +166,8 @@ void RecordsTransPrivate::reindex(bool rehash)
         }
         return;
     }
+    if (m_inOrder)
+        return;
     size_t capacity = 128;
     while (capacity < 2 * size_t(m_live + 1))
         capacity *= 2;
@@ -301,8 +178,8 @@ void RecordsTransPrivate::reindex(bool rehash)
         if (entry.code == 0)
             continue;
         if (rehash) {
-            entry.hash = hashOf(entry.key.rowPtr());
-            prefixOf(entry.key.rowPtr(), entry.prefix);
+            entry.hash = m_form.hashOf(entry.key.rowPtr());
+            m_form.prefixOf(entry.key.rowPtr(), entry.prefix);
         }
         size_t slot = entry.hash & mask;
         while (m_slots[slot] != 0)
@@ -349,6 +226,8 @@ void RecordsTransPrivate::clear()
     m_usedSlots = 0;
     m_ordered.clear();
     m_live = 0;
+    m_inOrder = true;
+    m_lastPrefix[0] = m_lastPrefix[1] = 0;
     m_mode = Unset;
     m_sorted.clear();
     m_sortedValid = false;
@@ -418,6 +297,13 @@ const std::vector<int> &RecordsTransPrivate::sorted() const
         m_sorted.assign(m_ordered.begin(), m_ordered.end());
         return m_sorted;
     }
+    if (m_inOrder) {
+        for (size_t e = 0; e < entries.size(); ++e) {
+            if (entries[e].code != 0)
+                m_sorted.push_back(int(e));
+        }
+        return m_sorted;
+    }
     std::vector<Item> items;
     items.reserve(size_t(m_live));
     for (size_t e = 0; e < entries.size(); ++e) {
@@ -433,12 +319,12 @@ const std::vector<int> &RecordsTransPrivate::sorted() const
             return a.prefix[0] < b.prefix[0];
         if (a.prefix[1] != b.prefix[1])
             return a.prefix[1] < b.prefix[1];
-        if (!m_prefixExact) {
-            const Entry &x = entries[size_t(a.entry)];
-            const Entry &y = entries[size_t(b.entry)];
-            if (keyLess(x, y))
+        if (!m_form.isPrefixExact()) {
+            const Record &x = entries[size_t(a.entry)].key;
+            const Record &y = entries[size_t(b.entry)].key;
+            if (m_form.less(m_master, x, y))
                 return true;
-            if (keyLess(y, x))
+            if (m_form.less(m_master, y, x))
                 return false;
         }
         return a.entry < b.entry; // equal keys only if one was written since it came
@@ -450,7 +336,7 @@ const std::vector<int> &RecordsTransPrivate::sorted() const
         } else {
             // In order of arrival, so that equal prefixes stay in that order.
             radixSort(items);
-            for (auto run = items.begin(); !m_prefixExact && run != items.end();) {
+            for (auto run = items.begin(); !m_form.isPrefixExact() && run != items.end();) {
                 auto end = run + 1;
                 while (end != items.end() && samePrefix(*run, *end))
                     ++end;

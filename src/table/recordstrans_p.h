@@ -1,6 +1,7 @@
 #ifndef TABLEDB_TABLE_RECORDSTRANS_P_H
 #define TABLEDB_TABLE_RECORDSTRANS_P_H
 
+#include "table/masterkeyform_p.h"
 #include "table/recordstrans.h"
 
 #include <QList>
@@ -14,14 +15,10 @@ class MasterIndex;
 // look-up that finds the entry of a key.
 //
 // How keys are told apart follows the table's master index, looked at when
-// the first entry comes: Bytes for the Fast kinds, which compare one run of
-// key bytes with memcmp; Cells for the Column kinds over Integer, Integer64 and
-// DateTime cells, whose compare says equal exactly when the null bits and the
-// bytes are; both hash into an open-addressed table of entry numbers, so that
-// an entry costs no allocation of its own. Any other master (a String cell
-// compares by content, a subclass by its own rule) is asked through
-// compare(), in an ordered set. If the master changes, the look-up is made
-// anew.
+// the first entry comes: where it has a MasterKeyForm, keys are hashed into
+// an open-addressed table of entry numbers, so that an entry costs no
+// allocation of its own; any other master is asked through compare(), in an
+// ordered set. If the master changes, the look-up is made anew.
 class RecordsTransPrivate
 {
 public:
@@ -49,6 +46,8 @@ public:
     struct Probe
     {
         int entry = -1;
+        bool after = false; // the key follows every entry: no look-up needed
+        quint64 prefix[2] = { 0, 0 };
         uint hash = 0;
         int slot = -1;
         OrderedSet::iterator hint;
@@ -86,34 +85,25 @@ public:
     std::vector<Entry> entries;
 
 private:
-    enum Mode { Unset, Bytes, Cells, Ordered };
-    struct Cell
-    {
-        int offset; // of the cell in the row block
-        int width; // 4 or 8
-        int nullOffset; // of its null byte in the row block
-        unsigned char nullMask;
-    };
+    enum Mode { Unset, Hashed, Ordered };
 
     void sync();
     void detect();
     void reindex(bool rehash); // rehash: the mode changed, hashes and prefixes too
-    uint hashOf(const unsigned char *row) const;
-    bool sameKey(const unsigned char *a, const unsigned char *b) const;
-    void prefixOf(const unsigned char *row, quint64 *prefix) const;
-    bool keyLess(const Entry &a, const Entry &b) const; // past the prefixes
 
     Table *m_table;
     Mode m_mode = Unset;
     const MasterIndex *m_master = nullptr; // the master the look-up was made for
     int m_columnCount = 0; // of the table then: a new column may move cells
-    int m_keyOffset = 0; // Bytes
-    int m_keySize = 0;
-    std::vector<Cell> m_cells; // Cells
-    bool m_prefixExact = false; // the prefixes alone order distinct keys
+    MasterKeyForm m_form; // Hashed
 
     int m_live = 0;
-    std::vector<int> m_slots; // Bytes, Cells: entry number + 1; 0 free, -1 erased
+    // Hashed: while keys come in rising order, a new key is told by its prefix
+    // alone and the entries are already sorted; they are hashed at the first
+    // key that does not rise.
+    bool m_inOrder = true;
+    quint64 m_lastPrefix[2] = { 0, 0 };
+    std::vector<int> m_slots; // Hashed: entry number + 1; 0 free, -1 erased
     int m_usedSlots = 0; // taken or erased
     OrderedSet m_ordered; // Ordered
 
