@@ -11,6 +11,19 @@
 // and after its running transaction otherwise.
 namespace JoinWrite {
 
+// How far ahead the next join rows' blocks are asked for: each is written
+// soon after, and the first touch of a block is a cache miss.
+constexpr int PrefetchDistance = 8;
+
+// Asks the cache for the start of a row block (a header and the first cells).
+inline void prefetch(const Record &row)
+{
+    if (const unsigned char *p = row.rowPtr()) {
+        __builtin_prefetch(p);
+        __builtin_prefetch(p + 64);
+    }
+}
+
 // An updater on the row that the master's find() gave for `key` (null if none).
 class Updater : public RecordUpdater
 {

@@ -111,7 +111,11 @@ void TableJoinDep::apply(RecordsTrans &trans, const JoinRowFinder &finder,
             // Stepped, not advanced from the start: the fan-out of one key
             // costs no search and no walk.
             auto joinRow = joinRows + set.rangeBegin(r);
-            for (int p = set.rangeBegin(r); p < set.rangeEnd(r); ++p, ++joinRow) {
+            const int end = set.rangeEnd(r);
+            auto ahead = joinRow + qMin(JoinWrite::PrefetchDistance, end - set.rangeBegin(r));
+            for (int p = set.rangeBegin(r); p < end; ++p, ++joinRow) {
+                if (p + JoinWrite::PrefetchDistance < end)
+                    JoinWrite::prefetch(*ahead++);
                 // One join row reached from several dependent rows shares one
                 // working row.
                 RecordUpdater updater

@@ -104,6 +104,8 @@ void TableJoinMain::apply(RecordsTrans &trans, const JoinRowFinder &finder,
     for (int i = 0; i < ranges.count(); ++i) {
         const Record &target = ranges.records.at(i);
         const RangeSet<int> &set = ranges.ranges.at(i);
+        if (i + JoinWrite::PrefetchDistance < ranges.count())
+            JoinWrite::prefetch(ranges.records.at(i + JoinWrite::PrefetchDistance));
         for (int r = 0; r < set.rangeCount(); ++r) {
             // Several dependent rows of one key: the last one's values stay.
             auto source = depRows + set.rangeBegin(r);
