@@ -89,6 +89,8 @@ RecordsTransPrivate::Probe RecordsTransPrivate::locate(const Record &key)
     }
     const unsigned char *row = key.rowPtr();
     m_form.prefixOf(row, probe.prefix);
+    // Hashed while the row is at hand, also when no look-up needs it yet.
+    probe.hash = m_form.hashOf(row);
     if (m_inOrder) {
         const bool rises = probe.prefix[0] != m_lastPrefix[0]
             ? probe.prefix[0] > m_lastPrefix[0]
@@ -98,9 +100,8 @@ RecordsTransPrivate::Probe RecordsTransPrivate::locate(const Record &key)
             return probe;
         }
         m_inOrder = false;
-        reindex(true);
+        reindex(false);
     }
-    probe.hash = m_form.hashOf(row);
     if (m_slots.empty())
         return probe;
     const size_t mask = m_slots.size() - 1;
@@ -130,12 +131,25 @@ int RecordsTransPrivate::add(const Probe &probe, Record key, int code, Record ch
     const int e = int(entries.size());
     if (entries.capacity() == 0)
         entries.reserve(64); // fewer steps of growth for the usual batch
+    // The look-up grows before the entry comes, so that a failed allocation
+    // leaves the entries as they were. Below half full, erased slots counted,
+    // so that probes stay short.
+    const bool hashed = m_mode == Hashed && !probe.after;
+    const bool grow = hashed && (probe.slot < 0 || 2 * size_t(m_usedSlots + 1) > m_slots.size());
+    if (grow)
+        reindex(false, 1);
     entries.push_back({ std::move(key), std::move(change), { probe.prefix[0], probe.prefix[1] },
                         probe.hash, code });
     ++m_live;
     m_sortedValid = false;
     if (m_mode == Ordered) {
-        m_ordered.insert(probe.hint, e);
+        try {
+            m_ordered.insert(probe.hint, e);
+        } catch (...) {
+            entries.pop_back();
+            --m_live;
+            throw;
+        }
         return e;
     }
     if (probe.after) {
@@ -143,36 +157,42 @@ int RecordsTransPrivate::add(const Probe &probe, Record key, int code, Record ch
         m_lastPrefix[1] = probe.prefix[1];
         return e;
     }
-    // Below half full, erased slots counted, so that probes stay short.
-    if (probe.slot < 0 || 2 * size_t(m_usedSlots + 1) > m_slots.size()) {
-        reindex(false);
-        return e;
+    size_t slot = size_t(probe.slot);
+    if (grow) {
+        const size_t mask = m_slots.size() - 1;
+        for (slot = probe.hash & mask; m_slots[slot] != 0; slot = (slot + 1) & mask) { }
     }
-    if (m_slots[size_t(probe.slot)] == 0)
+    if (m_slots[slot] == 0)
         ++m_usedSlots;
-    m_slots[size_t(probe.slot)] = e + 1;
+    m_slots[slot] = e + 1;
     return e;
 }
 
-void RecordsTransPrivate::reindex(bool rehash)
+void RecordsTransPrivate::reindex(bool rehash, int room)
 {
-    m_ordered.clear();
-    m_slots.clear();
-    m_usedSlots = 0;
     if (m_mode == Ordered) {
+        OrderedSet ordered(KeyLess { this });
         for (size_t e = 0; e < entries.size(); ++e) {
             if (entries[e].code != 0)
-                m_ordered.insert(int(e));
+                ordered.insert(ordered.end(), int(e));
         }
+        m_ordered.swap(ordered);
+        m_slots.clear();
+        m_usedSlots = 0;
         return;
     }
-    if (m_inOrder)
+    m_ordered.clear();
+    if (m_inOrder) {
+        m_slots.clear();
+        m_usedSlots = 0;
         return;
+    }
     size_t capacity = 128;
-    while (capacity < 2 * size_t(m_live + 1))
+    while (capacity < 2 * size_t(m_live + room + 1))
         capacity *= 2;
-    m_slots.assign(capacity, 0);
+    std::vector<int> table(capacity, 0);
     const size_t mask = capacity - 1;
+    int used = 0;
     for (size_t e = 0; e < entries.size(); ++e) {
         Entry &entry = entries[e];
         if (entry.code == 0)
@@ -182,11 +202,13 @@ void RecordsTransPrivate::reindex(bool rehash)
             m_form.prefixOf(entry.key.rowPtr(), entry.prefix);
         }
         size_t slot = entry.hash & mask;
-        while (m_slots[slot] != 0)
+        while (table[slot] != 0)
             slot = (slot + 1) & mask;
-        m_slots[slot] = int(e) + 1;
-        ++m_usedSlots;
+        table[slot] = int(e) + 1;
+        ++used;
     }
+    m_slots.swap(table);
+    m_usedSlots = used;
 }
 
 void RecordsTransPrivate::erase(int e)

@@ -89,7 +89,9 @@ private:
 
     void sync();
     void detect();
-    void reindex(bool rehash); // rehash: the mode changed, hashes and prefixes too
+    // Makes the look-up anew, with room for `room` more entries; rehash: the
+    // mode changed, hashes and prefixes too. A failed allocation changes nothing.
+    void reindex(bool rehash, int room = 0);
 
     Table *m_table;
     Mode m_mode = Unset;
