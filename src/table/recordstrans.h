@@ -31,11 +31,12 @@ class RecordsTransPrivate;
 // An update is pending as two images: the table's own block under RowUpdated,
 // unchanged, and a clone with the new values beside it in the same entry, so
 // that an updated row costs one entry and one clone. Entries are kept in order
-// of arrival and put in key order once, when the lists are taken. Where the
-// master index compares keys by their bytes (the Fast kinds, and the Column
-// kinds over Integer, Integer64 and DateTime cells) a key is found by hash and
-// an entry allocates nothing; other masters are asked through compare(), in
-// O(log n) compares per look-up.
+// of arrival and put in key order once, when the lists are taken (not at all
+// when the keys came in rising order). Where the master index compares keys
+// by their bytes (the Fast kinds, and the Column kinds over Integer, Integer64
+// and DateTime cells) a key is found by hash and an entry allocates nothing;
+// other masters are asked through compare(), in O(log n) compares and a node
+// per entry.
 // A transaction is applied when executed or destroyed. It belongs to one thread
 // and takes no lock: the caller holds the table's update bracket.
 class TABLEDB_EXPORT RecordsTrans

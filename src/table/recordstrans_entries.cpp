@@ -402,6 +402,9 @@ void moveAppend(QList<Record> &list, Record &row)
 void RecordsTransPrivate::take(QList<Record> &removed, QList<Record> &updated,
                                QList<Record> &inserted, QList<Record> &changed)
 {
+    m_takenUpdated.clear();
+    m_takenInserted.clear();
+    m_takenChanged.clear();
     const std::vector<int> &order = sorted();
     int counts[4] = { 0, 0, 0, 0 };
     for (int e : order)
@@ -410,9 +413,6 @@ void RecordsTransPrivate::take(QList<Record> &removed, QList<Record> &updated,
     updated.reserve(counts[RecordsTrans::RowUpdated]);
     changed.reserve(counts[RecordsTrans::RowUpdated]);
     inserted.reserve(counts[RecordsTrans::RowInserted]);
-    m_takenUpdated.clear();
-    m_takenInserted.clear();
-    m_takenChanged.clear();
     m_takenUpdated.reserve(size_t(counts[RecordsTrans::RowUpdated]));
     m_takenInserted.reserve(size_t(counts[RecordsTrans::RowInserted]));
     m_takenChanged.reserve(size_t(counts[RecordsTrans::RowUpdated]));

@@ -54,7 +54,8 @@ public:
     };
 
     explicit RecordsTransPrivate(Table *table);
-    // Copies the entries and makes the look-up anew for this object.
+    // Copies the entries and the look-up; the ordered set is entered anew, its
+    // compare bound to this object.
     RecordsTransPrivate(const RecordsTransPrivate &other);
     RecordsTransPrivate &operator=(const RecordsTransPrivate &) = delete;
 

@@ -263,8 +263,8 @@ void Table::processSingleTransaction(RecordsTrans &trans)
         RecordsTransPrivate *taken = nullptr;
     } lists;
     if (trans.d) {
+        lists.taken = trans.d; // also if taking fails half-way
         trans.d->take(lists.removed, lists.updated, lists.inserted, lists.changed);
-        lists.taken = trans.d;
     }
     processSingleTransaction(lists.removed, lists.updated, trans.minColumn(), trans.maxColumn(),
                              lists.inserted, lists.changed);
