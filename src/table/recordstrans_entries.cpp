@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-
 // --- ordering through the master ---
 
 bool RecordsTransPrivate::KeyLess::operator()(int a, int b) const
