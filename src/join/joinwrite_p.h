@@ -2,6 +2,7 @@
 #define TABLEDB_JOIN_JOINWRITE_P_H
 
 #include "join/col.h"
+#include "join/joinrowfinder_p.h"
 #include "table/recordstrans.h"
 #include "table/table.h"
 
@@ -10,15 +11,48 @@
 // and after its running transaction otherwise.
 namespace JoinWrite {
 
-// The updater of join row `target` in `trans`. A row of another table stands
-// for the join row of its key: a fresh join row is filled with the key from
-// `keySource` by `mainToDep` and looked up instead.
-inline RecordUpdater open(RecordsTrans &trans, const Record &target, const Record &keySource,
-    const QVector<Col> &mainToDep)
+// How far ahead the next join rows' blocks are asked for: each is written
+// soon after, and the first touch of a block is a cache miss.
+constexpr int PrefetchDistance = 8;
+
+// Asks the cache for the start of a row block (a header and the first cells).
+inline void prefetch(const Record &row)
+{
+    if (const unsigned char *p = row.rowPtr()) {
+        __builtin_prefetch(p);
+        __builtin_prefetch(p + 64);
+    }
+}
+
+// An updater on the row that the master's find() gave for `key` (null if none).
+class Updater : public RecordUpdater
+{
+public:
+    Updater(RecordsTrans &trans, const Record &found, const Record &key)
+        : RecordUpdater(trans)
+    {
+        if (found.isNull()) {
+            insertInMap(key);
+            return;
+        }
+        Record::operator=(found);
+        updateInMap();
+    }
+};
+
+// The updater of join row `target` in `trans`; `finder` stands for the join
+// table's master. A row of another table stands for the join row of its key:
+// a fresh join row is filled with the key from `keySource` by `mainToDep` and
+// looked up instead.
+inline RecordUpdater open(RecordsTrans &trans, const JoinRowFinder &finder, const Record &target,
+    const Record &keySource, const QVector<Col> &mainToDep)
 {
     Table *table = trans.table();
-    if (Table::tablePtr(target.rowPtr()) == table)
-        return RecordUpdater(target, trans, -1);
+    if (Table::tablePtr(target.rowPtr()) == table) {
+        if (finder.isFirst(target))
+            return Updater(trans, target, target);
+        return Updater(trans, finder.find(target), target);
+    }
     Record key(table);
     for (const Col &col : mainToDep)
         key.data(col.target) = keySource.data(col.source);

@@ -76,7 +76,9 @@ RecordsRanges findRanges(const FindRangesItem &item)
     Record key(index->table());
     if (key.isNull())
         throw std::bad_alloc();
-    QList<Record> found;
+    // The rows found are borrowed from the caller's list, which outlives
+    // this call: only the result counts them.
+    QVector<const Record *> found;
     QVector<RangeSet<int>> sets;
     found.reserve(int(rowsEnd - rows));
     sets.reserve(int(rowsEnd - rows));
@@ -89,14 +91,14 @@ RecordsRanges findRanges(const FindRangesItem &item)
         const int last = index->searchLast(key, first - 1);
         RangeSet<int> set;
         set.add(first, last + 1);
-        found.append(*rows);
+        found.append(&*rows);
         sets.append(set);
     }
 
     QVector<Hits::Hit> hits;
     hits.reserve(found.size());
     for (int i = 0; i < found.size(); ++i)
-        hits.append({ &found.at(i), &sets.at(i) });
+        hits.append({ found.at(i), &sets.at(i) });
     return Hits::collect(hits);
 }
 

@@ -72,11 +72,17 @@ void TableJoinDep::process(
     if (info->table && (!nulled.isEmpty() || !refreshed.isEmpty() || !added.isEmpty())) {
         TableUpdater updater(info->table);
         RecordsTrans trans(info->table);
+        JoinRowFinder finder(info->table->masterIndex());
+        finder.expectPositions(nulled, info->mainMaster);
+        if (!columns.isEmpty())
+            finder.expectPositions(refreshed, info->mainMaster);
+        finder.expectPositions(added, info->mainMaster);
+        finder.prepare();
         // Nulls first, so that a key removed and inserted again in one
         // transaction ends up filled.
-        apply(trans, nulled, info->copyColumns, Null);
-        apply(trans, refreshed, columns.columns, Copy);
-        apply(trans, added, info->copyColumns, Copy);
+        apply(trans, finder, nulled, info->copyColumns, Null);
+        apply(trans, finder, refreshed, columns.columns, Copy);
+        apply(trans, finder, added, info->copyColumns, Copy);
         nulled.clear();
         refreshed.clear();
         added.clear();
@@ -92,8 +98,8 @@ void TableJoinDep::process(
     m_nsecsElapsedTotal += timer.nsecsElapsed();
 }
 
-void TableJoinDep::apply(RecordsTrans &trans, const RecordsRanges &ranges,
-    const QVector<Col> &columns, Action action) const
+void TableJoinDep::apply(RecordsTrans &trans, const JoinRowFinder &finder,
+    const RecordsRanges &ranges, const QVector<Col> &columns, Action action) const
 {
     if (ranges.isEmpty() || columns.isEmpty())
         return;
@@ -105,10 +111,15 @@ void TableJoinDep::apply(RecordsTrans &trans, const RecordsRanges &ranges,
             // Stepped, not advanced from the start: the fan-out of one key
             // costs no search and no walk.
             auto joinRow = joinRows + set.rangeBegin(r);
-            for (int p = set.rangeBegin(r); p < set.rangeEnd(r); ++p, ++joinRow) {
+            const int end = set.rangeEnd(r);
+            auto ahead = joinRow + qMin(JoinWrite::PrefetchDistance, end - set.rangeBegin(r));
+            for (int p = set.rangeBegin(r); p < end; ++p, ++joinRow) {
+                if (p + JoinWrite::PrefetchDistance < end)
+                    JoinWrite::prefetch(*ahead++);
                 // One join row reached from several dependent rows shares one
                 // working row.
-                RecordUpdater updater = JoinWrite::open(trans, *joinRow, source, info->mainToDep);
+                RecordUpdater updater
+                    = JoinWrite::open(trans, finder, *joinRow, source, info->mainToDep);
                 if (action == Null)
                     JoinWrite::null(updater, columns);
                 else
@@ -159,9 +170,16 @@ void TableJoinDep::clear()
     TableUpdater updater(info->table);
     RecordsTrans trans(info->table);
     const MasterIndex *master = info->table->masterIndex();
+    // Every row of the table in its order: the first of each key is what
+    // find() gives for it.
+    const bool bySearch = JoinRowFinder::findsBySearch(master);
+    const Record *previous = nullptr;
     for (auto it = master->begin(), end = master->end(); it != end; ++it) {
-        RecordUpdater row(*it, trans, -1);
-        JoinWrite::null(row, info->copyColumns);
+        const Record &row = *it;
+        const bool first = bySearch && (!previous || master->compare(*previous, row) != 0);
+        JoinWrite::Updater updater(trans, first ? row : master->find(row, -1), row);
+        JoinWrite::null(updater, info->copyColumns);
+        previous = &row;
     }
     JoinWrite::extend(trans, info->copyColumns);
     JoinWrite::commit(trans);

@@ -5,6 +5,7 @@
 #include "join/joininfo.h"
 #include "join/recordsranges.h"
 
+class JoinRowFinder;
 class RecordsTrans;
 
 // The join's index on one dependent table: inserted, changed and removed
@@ -56,8 +57,8 @@ public:
 
 private:
     enum Action { Null, Copy };
-    void apply(RecordsTrans &trans, const RecordsRanges &ranges, const QVector<Col> &columns,
-        Action action) const;
+    void apply(RecordsTrans &trans, const JoinRowFinder &finder, const RecordsRanges &ranges,
+        const QVector<Col> &columns, Action action) const;
     // The single-row way: the join rows of `record`'s key, written in place.
     void applyRow(const Record &record, bool remove, int first, int last);
 

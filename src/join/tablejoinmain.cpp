@@ -81,8 +81,13 @@ void TableJoinMain::process(const QList<Record> &, const QList<Record> &, int fi
 
         TableUpdater updater(info->table);
         RecordsTrans trans(info->table);
-        apply(trans, pendingRanges, *dep, columnsToCopy);
-        apply(trans, insertedRanges, *dep, dep->copyColumns);
+        JoinRowFinder finder(info->table->masterIndex());
+        if (!columnsToCopy.isEmpty())
+            finder.expectRecords(pendingRanges);
+        finder.expectRecords(insertedRanges);
+        finder.prepare();
+        apply(trans, finder, pendingRanges, *dep, columnsToCopy);
+        apply(trans, finder, insertedRanges, *dep, dep->copyColumns);
         JoinWrite::commit(trans);
     }
     pending.clear();
@@ -90,8 +95,8 @@ void TableJoinMain::process(const QList<Record> &, const QList<Record> &, int fi
     m_nsecsElapsedTotal += timer.nsecsElapsed();
 }
 
-void TableJoinMain::apply(RecordsTrans &trans, const RecordsRanges &ranges, const JoinDepInfo &dep,
-    const QVector<Col> &columns) const
+void TableJoinMain::apply(RecordsTrans &trans, const JoinRowFinder &finder,
+    const RecordsRanges &ranges, const JoinDepInfo &dep, const QVector<Col> &columns) const
 {
     if (ranges.isEmpty() || columns.isEmpty())
         return;
@@ -99,11 +104,14 @@ void TableJoinMain::apply(RecordsTrans &trans, const RecordsRanges &ranges, cons
     for (int i = 0; i < ranges.count(); ++i) {
         const Record &target = ranges.records.at(i);
         const RangeSet<int> &set = ranges.ranges.at(i);
+        if (i + JoinWrite::PrefetchDistance < ranges.count())
+            JoinWrite::prefetch(ranges.records.at(i + JoinWrite::PrefetchDistance));
         for (int r = 0; r < set.rangeCount(); ++r) {
             // Several dependent rows of one key: the last one's values stay.
             auto source = depRows + set.rangeBegin(r);
             for (int p = set.rangeBegin(r); p < set.rangeEnd(r); ++p, ++source) {
-                RecordUpdater updater = JoinWrite::open(trans, target, *source, dep.mainToDep);
+                RecordUpdater updater
+                    = JoinWrite::open(trans, finder, target, *source, dep.mainToDep);
                 JoinWrite::copy(updater, *source, columns);
             }
         }

@@ -7,6 +7,7 @@
 
 #include <QSharedPointer>
 
+class JoinRowFinder;
 class RecordsTrans;
 #include <QVector>
 
@@ -52,8 +53,8 @@ public:
 private:
     // Whether [first, last] meets the span of the key columns.
     bool touchesKey(int first, int last) const;
-    void apply(RecordsTrans &trans, const RecordsRanges &ranges, const JoinDepInfo &dep,
-        const QVector<Col> &columns) const;
+    void apply(RecordsTrans &trans, const JoinRowFinder &finder, const RecordsRanges &ranges,
+        const JoinDepInfo &dep, const QVector<Col> &columns) const;
 
     JoinMainInfo *info; // not owned
     QVector<QSharedPointer<JoinDepInfo>> deps; // every dependent, in setup order

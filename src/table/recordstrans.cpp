@@ -1,6 +1,7 @@
 #include "table/recordstrans.h"
 
 #include "index/masterindex.h"
+#include "table/recordstrans_p.h"
 #include "table/table.h"
 
 #include <QDebug>
@@ -16,6 +17,7 @@ bool RecordsTransKey::operator<(const RecordsTransKey &other) const
 RecordsTrans::RecordsTrans(Table *table)
     : m_minColumn(2147483647),
       m_maxColumn(-1),
+      d(nullptr),
       m_table(table),
       m_uncaughtAtCreation(std::uncaught_exceptions())
 {
@@ -24,7 +26,7 @@ RecordsTrans::RecordsTrans(Table *table)
 RecordsTrans::RecordsTrans(const RecordsTrans &other)
     : m_minColumn(other.m_minColumn),
       m_maxColumn(other.m_maxColumn),
-      m_operations(other.m_operations),
+      d(other.d ? new RecordsTransPrivate(*other.d) : nullptr),
       m_table(other.m_table),
       m_uncaughtAtCreation(std::uncaught_exceptions())
 {
@@ -32,9 +34,13 @@ RecordsTrans::RecordsTrans(const RecordsTrans &other)
 
 RecordsTrans &RecordsTrans::operator=(const RecordsTrans &other)
 {
+    if (this == &other)
+        return *this;
+    RecordsTransPrivate *copy = other.d ? new RecordsTransPrivate(*other.d) : nullptr;
+    delete d;
+    d = copy;
     m_minColumn = other.m_minColumn;
     m_maxColumn = other.m_maxColumn;
-    m_operations = other.m_operations;
     m_table = other.m_table;
     return *this;
 }
@@ -45,27 +51,42 @@ RecordsTrans::~RecordsTrans() noexcept
         // An exception from an index here ends the program: the destructor
         // cannot report it and the table is left mid-transaction.
         execute();
-        return;
+    } else {
+        // Destroyed while another exception propagates: apply what is pending
+        // as usual, but do not let a second failure terminate the first one's
+        // unwinding.
+        try {
+            execute();
+        } catch (...) {
+            QMessageLogger().warning().noquote()
+                << QStringLiteral("RecordsTrans: a transaction applied during stack unwinding "
+                                  "failed and was dropped");
+        }
     }
-    // Destroyed while another exception propagates: apply what is pending as
-    // usual, but do not let a second failure terminate the first one's unwinding.
-    try {
-        execute();
-    } catch (...) {
-        QMessageLogger().warning().noquote()
-            << QStringLiteral("RecordsTrans: a transaction applied during stack unwinding failed "
-                              "and was dropped");
-    }
+    delete d;
+}
+
+RecordsTransPrivate *RecordsTrans::data()
+{
+    if (!d)
+        d = new RecordsTransPrivate(m_table);
+    return d;
 }
 
 void RecordsTrans::clear()
 {
-    m_operations.clear();
+    if (d)
+        d->clear();
+}
+
+bool RecordsTrans::isEmpty() const
+{
+    return !d || d->isEmpty();
 }
 
 bool RecordsTrans::contains(const Record &record) const
 {
-    return m_operations.contains(record);
+    return d && !d->isEmpty() && !record.isNull() && d->locate(record).entry >= 0;
 }
 
 void RecordsTrans::extendColumns(int first, int last)
@@ -74,48 +95,48 @@ void RecordsTrans::extendColumns(int first, int last)
     m_maxColumn = qMax(m_maxColumn, last);
 }
 
-namespace {
-QList<Record> keysWithCode(const RecordsTrans::Map &map, int code)
+QList<Record> RecordsTrans::keysWithCode(int code, bool changes) const
 {
     QList<Record> list;
-    for (auto it = map.cbegin(), end = map.cend(); it != end; ++it) {
-        if (it.value().code == code)
-            list.append(it.key());
+    if (!d)
+        return list;
+    for (int e : d->sorted()) {
+        const RecordsTransPrivate::Entry &entry = d->entries[size_t(e)];
+        if (entry.code != code)
+            continue;
+        if (!changes)
+            list.append(entry.key);
+        else if (!entry.change.isNull())
+            list.append(entry.change);
     }
     return list;
 }
-} // namespace
 
 QList<Record> RecordsTrans::insertList() const
 {
-    return keysWithCode(m_operations, RowInserted);
+    return keysWithCode(RowInserted, false);
 }
 
 QList<Record> RecordsTrans::removeList() const
 {
-    return keysWithCode(m_operations, RowRemoved);
+    return keysWithCode(RowRemoved, false);
 }
 
 QList<Record> RecordsTrans::updateList() const
 {
-    return keysWithCode(m_operations, RowUpdated);
+    return keysWithCode(RowUpdated, false);
 }
 
 QList<Record> RecordsTrans::changeList() const
 {
-    QList<Record> list;
-    for (auto it = m_operations.cbegin(), end = m_operations.cend(); it != end; ++it) {
-        if (it.value().code == RowUpdated && !it.value().change.isNull())
-            list.append(it.value().change);
-    }
-    return list;
+    return keysWithCode(RowUpdated, true);
 }
 
 void RecordsTrans::swap(RecordsTrans &other) noexcept
 {
     qSwap(m_minColumn, other.m_minColumn);
     qSwap(m_maxColumn, other.m_maxColumn);
-    m_operations.swap(other.m_operations);
+    qSwap(d, other.d);
     qSwap(m_table, other.m_table);
 }
 
@@ -125,37 +146,47 @@ void RecordsTrans::execute()
         m_minColumn = 0;
         m_maxColumn = m_table->columnCount() - 1;
     }
-    if (!m_operations.isEmpty())
+    if (!isEmpty())
         m_table->process(*this);
 }
 
 void RecordsTrans::mergeInsertedRow(const Record &row)
 {
-    auto it = m_operations.find(row);
-    if (it != m_operations.end()) {
-        // The new block replaces the old key row in the same place; a pending
-        // change goes with the old entry.
-        it = m_operations.erase(it);
-        m_operations.insert(it, row, { RowInserted, Record() });
+    if (row.isNull())
+        return;
+    RecordsTransPrivate *p = data();
+    const RecordsTransPrivate::Probe probe = p->locate(row);
+    if (probe.entry < 0) {
+        p->add(probe, row, RowInserted);
         return;
     }
-    m_operations.insert(row, { RowInserted, Record() });
+    // The new block replaces the old key row in the same place; a pending
+    // change goes with the old entry.
+    RecordsTransPrivate::Entry &entry = p->entries[size_t(probe.entry)];
+    entry.key = row;
+    entry.code = RowInserted;
+    entry.change = Record();
 }
 
 void RecordsTrans::mergeRemovedRow(const Record &row)
 {
-    auto it = m_operations.find(row);
-    if (it == m_operations.end()) {
-        m_operations.insert(row, { RowRemoved, Record() });
+    if (row.isNull())
+        return;
+    RecordsTransPrivate *p = data();
+    const RecordsTransPrivate::Probe probe = p->locate(row);
+    if (probe.entry < 0) {
+        p->add(probe, row, RowRemoved);
         return;
     }
-    switch (it.value().code) {
+    RecordsTransPrivate::Entry &entry = p->entries[size_t(probe.entry)];
+    switch (entry.code) {
     case RowUpdated:
-        it.value() = { RowRemoved, Record() };
+        entry.code = RowRemoved;
+        entry.change = Record();
         break;
     case RowInserted:
         // Not cancelled: a removal of that key remains pending.
-        it.value().code = RowRemoved;
+        entry.code = RowRemoved;
         break;
     default:
         break;
@@ -164,15 +195,19 @@ void RecordsTrans::mergeRemovedRow(const Record &row)
 
 void RecordsTrans::mergeUpdatedRow(const Record &row, const Record &change, int first, int last)
 {
-    auto it = m_operations.find(row);
-    if (it == m_operations.end()) {
-        m_operations.insert(row, { RowUpdated, change });
+    if (row.isNull())
+        return;
+    RecordsTransPrivate *p = data();
+    const RecordsTransPrivate::Probe probe = p->locate(row);
+    if (probe.entry < 0) {
+        p->add(probe, row, RowUpdated, change);
         return;
     }
-    Entry &entry = it.value();
+    RecordsTransPrivate::Entry &entry = p->entries[size_t(probe.entry)];
     switch (entry.code) {
     case RowRemoved:
-        entry = { RowUpdated, change };
+        entry.code = RowUpdated;
+        entry.change = change;
         break;
     case RowInserted:
         // The pending row is the one to be inserted; the update is dropped.
@@ -182,8 +217,7 @@ void RecordsTrans::mergeUpdatedRow(const Record &row, const Record &change, int 
             entry.change = change;
         else if (entry.change != change)
             // This update's columns land in the clone already pending.
-            m_table->copyRowContent(const_cast<unsigned char *>(entry.change.rowPtr()),
-                                    change.rowPtr(), first, last);
+            m_table->copyRowContent(entry.change.rowPtr(), change.rowPtr(), first, last);
         break;
     default:
         break;
@@ -192,28 +226,41 @@ void RecordsTrans::mergeUpdatedRow(const Record &row, const Record &change, int 
 
 void RecordsTrans::merge(RecordsTrans &other)
 {
-    if (!other.changeList().isEmpty())
+    if (other.isEmpty())
+        return;
+    if (other.d->hasChanges())
         extendColumns(other.m_minColumn, other.m_maxColumn);
-    // A copy, so that the walk is stable even when `other` is this transaction.
-    const Map operations = other.m_operations;
-    for (auto it = operations.cbegin(), end = operations.cend(); it != end; ++it) {
-        const Record &key = it.key();
-        switch (it.value().code) {
+    const int first = other.m_minColumn;
+    const int last = other.m_maxColumn;
+    auto mergeOne = [&](const Record &key, int code, const Record &change) {
+        switch (code) {
         case RowInserted:
             mergeInsertedRow(key);
             break;
         case RowRemoved:
             mergeRemovedRow(key);
             break;
-        case RowUpdated: {
-            const Record &change = it.value().change;
-            mergeUpdatedRow(key, change.isNull() ? key.clone() : change, other.m_minColumn,
-                            other.m_maxColumn);
+        case RowUpdated:
+            mergeUpdatedRow(key, change.isNull() ? key.clone() : change, first, last);
             break;
-        }
         default:
             break;
         }
+    };
+    const std::vector<int> order = other.d->walkOrder();
+    if (&other == this) {
+        // Merging into itself changes the entries walked: walk a copy.
+        std::vector<RecordsTransPrivate::Entry> entries;
+        entries.reserve(order.size());
+        for (int e : order)
+            entries.push_back(d->entries[size_t(e)]);
+        for (const RecordsTransPrivate::Entry &entry : entries)
+            mergeOne(entry.key, entry.code, entry.change);
+        return;
+    }
+    for (int e : order) {
+        const RecordsTransPrivate::Entry &entry = other.d->entries[size_t(e)];
+        mergeOne(entry.key, entry.code, entry.change);
     }
 }
 
@@ -233,10 +280,12 @@ void RecordsTrans::merge(const QList<Record> &removed, const QList<Record> &upda
 // --- RecordUpdater ---
 
 RecordUpdater::RecordUpdater(const Record &key, RecordsTrans &trans, int from)
-    : m_trans(&trans), m_found(false), m_node(trans.m_operations.end())
+    : m_trans(&trans), m_found(false), m_node(-1)
 {
     findInMaster(key, from);
 }
+
+RecordUpdater::RecordUpdater(RecordsTrans &trans) : m_trans(&trans), m_found(false), m_node(-1) { }
 
 void RecordUpdater::findInMaster(const Record &key, int from)
 {
@@ -249,11 +298,20 @@ void RecordUpdater::findInMaster(const Record &key, int from)
 
 void RecordUpdater::updateInMap()
 {
-    RecordsTrans::Map &operations = m_trans->m_operations;
-    m_node = operations.find(*this);
-    if (m_node == operations.end())
-        m_node = operations.insert(*this, { RecordsTrans::RowUpdated, Record() });
-    RecordsTrans::Entry &entry = m_node.value();
+    RecordsTransPrivate *d = m_trans->data();
+    m_found = true;
+    const RecordsTransPrivate::Probe probe = d->locate(*this);
+    if (probe.entry < 0) {
+        // The table's row goes into the entry, the updater onto its clone.
+        Record change = clone();
+        Record row;
+        qSwap(row, *static_cast<Record *>(this));
+        m_node = d->add(probe, std::move(row), RecordsTrans::RowUpdated, std::move(change));
+        Record::operator=(d->entries[size_t(m_node)].change);
+        return;
+    }
+    m_node = probe.entry;
+    RecordsTransPrivate::Entry &entry = d->entries[size_t(m_node)];
     switch (entry.code) {
     case RecordsTrans::RowRemoved:
         entry.code = RecordsTrans::RowUpdated;
@@ -268,19 +326,21 @@ void RecordUpdater::updateInMap()
         // RowInserted: write to the row that will be inserted.
         break;
     }
-    m_found = true;
 }
 
 void RecordUpdater::insertInMap(const Record &key)
 {
-    RecordsTrans::Map &operations = m_trans->m_operations;
-    m_node = operations.lowerBound(key);
-    if (m_node != operations.end() && !(RecordsTransKey(key) < m_node.key())) {
-        Record::operator=(m_node.key().record());
+    if (key.isNull())
+        return;
+    RecordsTransPrivate *d = m_trans->data();
+    const RecordsTransPrivate::Probe probe = d->locate(key);
+    if (probe.entry >= 0) {
+        m_node = probe.entry;
+        Record::operator=(d->entries[size_t(m_node)].key);
         return;
     }
     Record::operator=(key);
-    m_node = operations.insert(m_node, key, { RecordsTrans::RowInserted, Record() });
+    m_node = d->add(probe, key, RecordsTrans::RowInserted);
 }
 
 RecordUpdater &RecordUpdater::operator=(const Record &other)
@@ -316,16 +376,20 @@ void RecordUpdater::setNull(const QString &name)
 
 void RecordUpdater::remove()
 {
-    RecordsTrans::Map &operations = m_trans->m_operations;
-    if (m_node == operations.end())
+    RecordsTransPrivate *d = m_trans->d;
+    // An entry erased or emptied since is no longer this updater's.
+    if (!d || m_node < 0 || size_t(m_node) >= d->entries.size()
+        || d->entries[size_t(m_node)].code == 0)
         return;
-    if (m_node.value().code == RecordsTrans::RowInserted) {
-        operations.erase(m_node);
-        m_node = operations.end();
+    RecordsTransPrivate::Entry &entry = d->entries[size_t(m_node)];
+    if (entry.code == RecordsTrans::RowInserted) {
+        d->erase(m_node);
+        m_node = -1;
         m_found = false;
         return;
     }
-    m_node.value() = { RecordsTrans::RowRemoved, Record() };
+    entry.code = RecordsTrans::RowRemoved;
+    entry.change = Record();
 }
 
 void RecordUpdater::extendColumns(int first, int last)

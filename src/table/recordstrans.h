@@ -4,13 +4,11 @@
 #include "table/record.h"
 
 #include <QList>
-#include <QMap>
 
 class Table;
 
-// A key of a transaction's maps: a row ordered by its table's master index, so
-// that two blocks with the same primary key are one key. Address order plays
-// no part here.
+// A row as a map key ordered by its table's master index, so that two blocks
+// with the same primary key are one key. Address order plays no part here.
 class TABLEDB_EXPORT RecordsTransKey
 {
 public:
@@ -25,26 +23,29 @@ private:
     Record m_record;
 };
 
+class RecordsTransPrivate;
+
 // A set of intended inserts, updates and removals of one table, merged per key
 // and handed to the table in one piece, so that each index does its work once.
 //
 // An update is pending as two images: the table's own block under RowUpdated,
-// unchanged, and a clone with the new values beside it in the same map entry,
-// so that an updated row costs one map node and one clone.
+// unchanged, and a clone with the new values beside it in the same entry, so
+// that an updated row costs one entry and one clone. Entries are kept in order
+// of arrival and put in key order once, when the lists are taken (not at all
+// when the keys came in rising order). Where the master index compares keys
+// by their bytes (the Fast kinds, and the Column kinds over Integer, Integer64
+// and DateTime cells) a key is found by hash and an entry allocates nothing;
+// other masters are asked through compare(), in O(log n) compares and a node
+// per entry.
 // A transaction is applied when executed or destroyed. It belongs to one thread
 // and takes no lock: the caller holds the table's update bracket.
 class TABLEDB_EXPORT RecordsTrans
 {
 public:
     enum Operation { RowInserted = 1, RowRemoved = 2, RowUpdated = 3 };
-    struct Entry
-    {
-        int code; // an Operation
-        Record change; // RowUpdated: the clone carrying the new values
-    };
-    typedef QMap<RecordsTransKey, Entry> Map;
 
     explicit RecordsTrans(Table *table);
+    // A copy holds the same rows and clones; each copy is applied when it goes.
     RecordsTrans(const RecordsTrans &other);
     RecordsTrans &operator=(const RecordsTrans &other);
     // Applies what is pending. An exception from an index while doing so ends
@@ -55,7 +56,7 @@ public:
 
     // Forgets all pending work; the column range stays.
     void clear();
-    bool isEmpty() const { return m_operations.isEmpty(); }
+    bool isEmpty() const;
     bool contains(const Record &record) const;
 
     // The inclusive range of columns that updates touch; maxColumn() <
@@ -89,9 +90,12 @@ protected:
     void mergeUpdatedRow(const Record &row, const Record &change, int first, int last);
 
 private:
+    RecordsTransPrivate *data(); // made on first use
+    QList<Record> keysWithCode(int code, bool changes) const;
+
     int m_minColumn;
     int m_maxColumn;
-    Map m_operations;
+    RecordsTransPrivate *d; // null while nothing was ever entered
     Table *m_table;
     int m_uncaughtAtCreation; // to tell destruction by unwinding
 
@@ -125,6 +129,10 @@ public:
     void remove();
 
 protected:
+    // An updater on no row yet, for a subclass that finds the row in its own
+    // way and then calls updateInMap() or insertInMap().
+    explicit RecordUpdater(RecordsTrans &trans);
+
     void extendColumns(int first, int last);
     void findInMaster(const Record &key, int from);
     void updateInMap();
@@ -133,7 +141,7 @@ protected:
 private:
     RecordsTrans *m_trans;
     bool m_found;
-    RecordsTrans::Map::iterator m_node; // the row's entry in the transaction
+    int m_node; // the number of the row's entry in the transaction, -1 for none
 };
 
 #endif // TABLEDB_TABLE_RECORDSTRANS_H

@@ -5,6 +5,7 @@
 #include "numeric/stringpool.h"
 #include "runtime/elapsed_p.h"
 #include "runtime/tsan_p.h"
+#include "table/recordstrans_p.h"
 #include "table/table_p.h"
 
 #include <QDeadlineTimer>
@@ -281,10 +282,25 @@ void Table::drainPending()
 
 void Table::processSingleTransaction(RecordsTrans &trans)
 {
-    QList<Record> removed = trans.removeList();
-    QList<Record> updated = trans.updateList();
-    processSingleTransaction(removed, updated, trans.minColumn(), trans.maxColumn(),
-                             trans.insertList(), trans.changeList());
+    // The rows move from the entries into the lists, uncounted; should an
+    // index throw, they go back, and the transaction stays as it was.
+    struct Lists
+    {
+        ~Lists()
+        {
+            if (taken)
+                taken->restore(updated, inserted, changed);
+        }
+        QList<Record> removed, updated, inserted, changed;
+        RecordsTransPrivate *taken = nullptr;
+    } lists;
+    if (trans.d) {
+        lists.taken = trans.d; // also if taking fails half-way
+        trans.d->take(lists.removed, lists.updated, lists.inserted, lists.changed);
+    }
+    processSingleTransaction(lists.removed, lists.updated, trans.minColumn(), trans.maxColumn(),
+                             lists.inserted, lists.changed);
+    lists.taken = nullptr;
     trans.clear();
 }
 

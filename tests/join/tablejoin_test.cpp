@@ -273,3 +273,34 @@ TEST(TableJoin, AttachesAsDependentIndexesOfKeyIndexes)
     EXPECT_TRUE(byInstr.dependentIndexes().isEmpty());
     EXPECT_TRUE(depKey.dependentIndexes().isEmpty());
 }
+
+// A join row is written where the join table's master finds its key: with a
+// key held twice, the second row's copies land in the first row, whatever
+// instrument that one has.
+TEST(TableJoin, JoinRowsOfAKeyHeldTwiceWriteIntoTheFirst)
+{
+    auto orders = makeTable("Orders", { { "Grp", FieldType::Integer },
+                                        { "Instr", FieldType::Integer },
+                                        { "Tag", FieldType::Integer } }, { "Grp" });
+    auto *byInstr = new MasterIndex_Column(orders.get(), QStringList { "Instr" });
+    orders->addIndex(byInstr);
+    for (int tag : { 10, 11, 12 }) {
+        Record row(orders.get());
+        row.data(0) = tag < 12 ? 1 : 2;
+        row.data(1) = tag == 10 ? 8 : 7;
+        row.data(2) = tag;
+        orders->appendList({ row });
+    }
+    auto deps = instruments();
+    {
+        TableJoin join(byInstr, { deps.get() }, PriceOnly, false);
+        setPrice(deps.get(), 7, 5);
+        const int price = orders->columnIndex(QStringLiteral("Price"));
+        EXPECT_EQ(orders->at(1).data(2).toVariant(), QVariant(11));
+        EXPECT_EQ(orders->at(0).data(price).toVariant(), QVariant(5));
+        EXPECT_TRUE(orders->at(1).data(price).isNull()) << "the second row of key 1";
+        EXPECT_EQ(orders->at(2).data(price).toVariant(), QVariant(5));
+    }
+    orders->removeIndex(byInstr);
+    delete byInstr;
+}
