@@ -250,11 +250,13 @@ void RecordsTransPrivate::clear()
     m_inOrder = true;
     m_lastPrefix[0] = m_lastPrefix[1] = 0;
     m_mode = Unset;
-    m_sorted.clear();
     m_sortedValid = false;
-    m_takenUpdated.clear();
-    m_takenInserted.clear();
-    m_takenChanged.clear();
+    for (std::vector<int> *list : { &m_sorted, &m_takenUpdated, &m_takenInserted, &m_takenChanged }) {
+        if (list->capacity() > 4096)
+            std::vector<int>().swap(*list);
+        else
+            list->clear();
+    }
 }
 
 bool RecordsTransPrivate::hasChanges() const

@@ -10,8 +10,19 @@
 
 #include <unistd.h>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 int main(int argc, char **argv)
 {
+#if defined(__GLIBC__)
+    // A long-running process that builds and drops large transactions: with
+    // glibc's sliding threshold every freed multi-megabyte buffer moves later
+    // large allocations onto the heap, where they stay resident as holes. A
+    // fixed threshold gives such buffers back when they are freed.
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+#endif
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tabledb-feed"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TABLEDB_VERSION_STRING));
