@@ -3,6 +3,7 @@
 #include "index/concurrentsort.h"
 #include "index/indexsort_p.h"
 #include "index/masterindex.h"
+#include "index/radixsort_p.h"
 #include "table/table.h"
 
 #include <QMessageLogger>
@@ -577,12 +578,12 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
         quint64 key;
         int row;
     };
-    QVector<Lookup> lookups;
-    lookups.reserve(rows.size());
+    std::vector<Lookup> lookups;
+    lookups.reserve(size_t(rows.size()));
     for (int i = 0; i < rows.size(); ++i)
-        lookups.append({ index.keyPrefix(*rows.at(i)), i });
-    std::sort(lookups.begin(), lookups.end(),
-              [](const Lookup &a, const Lookup &b) { return a.key < b.key; });
+        lookups.push_back({ index.keyPrefix(*rows.at(i)), i });
+    std::vector<Lookup> scratch;
+    radixSort(lookups, scratch, [](const Lookup &l) { return l.key; });
     // A row stands among the rows of its prefix. With an exact prefix those
     // are its key's rows, walked by address alone; with a partial one its key
     // is first searched by compare() and walked for 64 rows, as findByKey()
@@ -595,7 +596,7 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
     const ConstIterator last = index.end();
     int from = 0;
     ConstIterator fromIt = index.begin();
-    for (const Lookup &l : qAsConst(lookups)) {
+    for (const Lookup &l : lookups) {
         const Record &row = *rows.at(l.row);
         auto at = index.m_list.keyBoundNear(l.key, false, from, fromIt);
         from = at.first;
@@ -628,18 +629,17 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
     const int n = index.count();
     // Places noted before the batch's copy step are checked in order of
     // position, so that one iterator walks the list once.
-    QVector<int> noted;
+    std::vector<int> noted;
     for (int i = 0; i < entries.size(); ++i) {
         if (entries.at(i).position >= 0)
-            noted.append(i);
+            noted.push_back(i);
     }
-    if (!noted.isEmpty()) {
-        std::sort(noted.begin(), noted.end(), [&entries](int a, int b) {
-            return entries.at(a).position < entries.at(b).position;
-        });
+    if (!noted.empty()) {
+        std::vector<int> scratch;
+        radixSort(noted, scratch, [&entries](int i) { return quint64(entries.at(i).position); });
         ConstIterator it = index.begin();
         int at = 0;
-        for (int i : qAsConst(noted)) {
+        for (int i : noted) {
             IndexSortEntry &e = entries[i];
             if (e.position >= n) {
                 e.position = IndexSortEntry::Unknown;
@@ -791,18 +791,22 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     IndexSortPrivate::locate(*this, entries);
 
     // Rows that may leave their place, by position; the rows that come in.
-    QVector<std::pair<int, int>> touched; // position, entry
+    std::vector<std::pair<int, int>> touched; // position, entry
     QVector<int> replaced; // places in `updated`
     for (int k = 0; k < entries.size(); ++k) {
         const IndexSortEntry &e = entries.at(k);
         if (e.position == IndexSortEntry::Kept)
             continue;
         if (e.position >= 0)
-            touched.append({ e.position, k });
+            touched.push_back({ e.position, k });
         else if (e.order >= 0 && passes.at(k))
             replaced.append(e.order);
     }
-    std::sort(touched.begin(), touched.end());
+    {
+        std::vector<std::pair<int, int>> scratch;
+        radixSort(touched, scratch,
+                  [](const std::pair<int, int> &t) { return quint64(t.first); });
+    }
 
     // A touched row that passes filter() stays if it is in order with the
     // nearest row kept before it and the first untouched row after its run of
@@ -812,12 +816,13 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     const int n = count();
     ConstIterator it = begin();
     int at = 0;
-    for (int i = 0; i < touched.size();) {
+    for (int i = 0; i < int(touched.size());) {
         int j = i;
-        while (j + 1 < touched.size() && touched.at(j + 1).first == touched.at(j).first + 1)
+        while (j + 1 < int(touched.size())
+               && touched.at(size_t(j) + 1).first == touched.at(size_t(j)).first + 1)
             ++j;
-        const int a = touched.at(i).first;
-        const int b = touched.at(j).first;
+        const int a = touched.at(size_t(i)).first;
+        const int b = touched.at(size_t(j)).first;
         it += a - at;
         at = a;
         const Record *before = a > 0 ? &*(it - 1) : nullptr;
@@ -826,7 +831,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         const Record *after = b + 1 < n ? &*afterIt : nullptr;
         const quint64 afterKey = after ? keyAt(afterIt) : 0;
         for (int t = i; t <= j; ++t) {
-            const int k = touched.at(t).second;
+            const int k = touched.at(size_t(t)).second;
             const IndexSortEntry &e = entries.at(k);
             bool stays = e.order >= 0 && passes.at(k);
             quint64 key = 0;
@@ -946,11 +951,21 @@ void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
         return !exact && compare(*a.row, *b.row) < 0;
     };
     if (!std::is_sorted(rows.begin(), rows.end(), lessThan)) {
-        // Prefix compares are cheap: the pool pays only for large batches.
-        if (rows.size() < (exact ? 16384u : size_t(ConcurrentSort::parallelThreshold)))
-            std::stable_sort(rows.begin(), rows.end(), lessThan);
-        else
-            ConcurrentSort::sort(rows.begin(), rows.end(), lessThan);
+        // By prefix, then where prefixes tie by compare(), each run alone.
+        std::vector<Incoming> scratch;
+        radixSort(rows, scratch, [](const Incoming &r) { return r.key; });
+        for (size_t i = 0; !exact && i < rows.size();) {
+            size_t j = i + 1;
+            while (j < rows.size() && rows[j].key == rows[i].key)
+                ++j;
+            if (j - i > 1) {
+                if (j - i < size_t(ConcurrentSort::parallelThreshold))
+                    std::stable_sort(rows.begin() + i, rows.begin() + j, lessThan);
+                else
+                    ConcurrentSort::sort(rows.begin() + i, rows.begin() + j, lessThan);
+            }
+            i = j;
+        }
     }
 
     // Each row's place is its upper bound among the rows that stay, searched
