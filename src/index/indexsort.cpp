@@ -792,7 +792,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
 
     // Rows that may leave their place, by position; the rows that come in.
     std::vector<std::pair<int, int>> touched; // position, entry
-    QVector<int> replaced; // places in `updated`
+    std::vector<int> replaced; // places in `updated`
     for (int k = 0; k < entries.size(); ++k) {
         const IndexSortEntry &e = entries.at(k);
         if (e.position == IndexSortEntry::Kept)
@@ -800,7 +800,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         if (e.position >= 0)
             touched.push_back({ e.position, k });
         else if (e.order >= 0 && passes.at(k))
-            replaced.append(e.order);
+            replaced.push_back(e.order);
     }
     {
         std::vector<std::pair<int, int>> scratch;
@@ -849,7 +849,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
             }
             ranges.add(e.position, e.position + 1);
             if (e.order >= 0 && passes.at(k))
-                replaced.append(e.order);
+                replaced.push_back(e.order);
         }
         i = j + 1;
     }
@@ -862,8 +862,11 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
         if (filter(row))
             incoming.push_back(&row);
     }
-    std::sort(replaced.begin(), replaced.end());
-    for (int i : qAsConst(replaced))
+    {
+        std::vector<int> scratch;
+        radixSort(replaced, scratch, [](int i) { return quint64(i); });
+    }
+    for (int i : replaced)
         incoming.push_back(&updated.at(i));
 
     m_list.removeRanges(ranges);
