@@ -1,11 +1,13 @@
 #include "index/masterindex_column_pure.h"
 
+#include "index/masterindex_column_cached.h"
 #include "table/table.h"
 
 #include <QStringRef>
 #include <QVector>
 
 #include <cstring>
+#include <typeinfo>
 
 namespace {
 
@@ -48,6 +50,19 @@ int MasterIndex_Column_Pure::compare(const Record &a, const Record &b) const
             return c;
     }
     return 0;
+}
+
+IndexSort::KeyPrefixKind MasterIndex_Column_Pure::keyPrefixKind() const
+{
+    const std::type_info &type = typeid(*this);
+    if (type != typeid(MasterIndex_Column_Pure) && type != typeid(MasterIndex_Column)
+        && type != typeid(MasterIndex_Column_Cached))
+        return NoKeyPrefix;
+    if (m_columns.isEmpty())
+        return ExactKeyPrefix; // every row compares equal
+    const bool oneInteger = m_columns.size() == 1 && m_table
+            && m_table->columnType(m_columns.first()) == FieldType::Integer;
+    return oneInteger ? ExactKeyPrefix : PartialKeyPrefix;
 }
 
 QString MasterIndex_Column_Pure::toText(const Record &record) const

@@ -21,6 +21,14 @@ public:
 
     // The first non-zero Field::compare of the key cells, in key order.
     int compare(const Record &a, const Record &b) const override;
+    // The first key cell's prefixOf(Field): exact for a key of one Integer
+    // column, partial otherwise. None for a subclass of another name, whose
+    // compare() may order otherwise.
+    KeyPrefixKind keyPrefixKind() const override;
+    quint64 keyPrefix(const Record &row) const override
+    {
+        return m_columns.isEmpty() ? 0 : prefixOf(row.data(m_columns.first()));
+    }
     // Field::toString of the key cells joined with ","; no escaping, so a
     // comma inside a value does not come back through fromText.
     QString toText(const Record &record) const override;
