@@ -372,8 +372,15 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     RowCodec codec(savedDefs, saved.rowLength(), header.nullBytes);
     // The table makes its pool on first use and never frees it: ask only if needed.
     StringPool *pool = codec.hasStrings() ? table->stringPool() : nullptr;
-    // An unchanged schema takes each row in one copy instead of a call per cell.
-    const bool wholeRowCopy = isPlainCopy(convertorList.list, &saved, table);
+    // An unchanged schema takes each row straight into its new block, as a
+    // copy of a scratch row would leave it: empty texts take the column's last
+    // text, and the bitmap's bits behind the last column stay clear.
+    const bool direct = isPlainCopy(convertorList.list, &saved, table);
+    codec.setKeepLastText(direct);
+    const int tailBits = header.columnCount % 8;
+    const qint64 lastNullByte =
+            tailBits != 0 ? qint64(saved.rowLength()) + header.nullBytes - 1 : -1; // in the cells
+    const unsigned char lastNullMask = (unsigned char)((1u << tailBits) - 1);
 
     // Rows of no columns have no bytes that could prove them.
     const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
@@ -397,12 +404,12 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
                 device->skip(used);
         }
     } consume{device, blockUsed};
-    auto nextRow = [&]() -> bool {
+    auto nextRow = [&](unsigned char *cells) -> bool {
         bool fresh = false;
         for (;;) {
             if (blockUsed < blockSize) {
                 const int n = codec.decode(block.constData() + blockUsed, blockSize - blockUsed,
-                                           scratchCells, pool);
+                                           cells, pool);
                 if (n > 0) {
                     blockUsed += n;
                     return true;
@@ -413,7 +420,7 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
             if (fresh) {
                 // Wider than a block, or the stream ends inside it.
                 blockSize = 0;
-                return codec.read(scratchCells, stream, pool);
+                return codec.read(cells, stream, pool);
             }
             if (blockUsed > 0)
                 device->skip(blockUsed);
@@ -428,15 +435,28 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     for (; rowsRead < rowCount; ++rowsRead) {
         if (!plain)
             progress(rowsRead, rowCount);
-        if (!nextRow())
-            break;
-        Record row(table);
-        if (!row)
-            throw std::bad_alloc();
-        if (wholeRowCopy)
-            table->copyRowContent(row.pointer(), scratch.pointer());
-        else
+        Record row;
+        if (direct) {
+            row = Record(table);
+            if (!row) {
+                // A stream that ends here is told as such first.
+                if (!nextRow(scratchCells))
+                    break;
+                throw std::bad_alloc();
+            }
+            unsigned char *cells = Table::cellsPtr(row.pointer());
+            if (!nextRow(cells))
+                break;
+            if (lastNullByte >= 0)
+                cells[lastNullByte] &= lastNullMask;
+        } else {
+            if (!nextRow(scratchCells))
+                break;
+            row = Record(table);
+            if (!row)
+                throw std::bad_alloc();
             convertDefs(convertorList.list, Table::cellsPtr(row.pointer()), scratchCells);
+        }
         if (!plain && !progress.filter(row))
             continue;
         if (batch.size() >= batchSize) {
