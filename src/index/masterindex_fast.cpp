@@ -94,6 +94,19 @@ void MasterIndex_Fast::update(const Record &record, int first, int last, int ind
 void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record> &updated,
                                int first, int last, const QList<Record> &inserted)
 {
+    // An empty index filled by one batch (a table being read) enters its rows
+    // in list order afterwards: sized once, equal keys found as neighbours.
+    if (count() == 0) {
+        MasterIndexKey<MasterIndex_Fast_Pure>::process(removed, updated, first, last, inserted);
+        if (m_list.hasKeys()) {
+            m_keys->rebuildSorted(begin(), end(), count(), [](PartitionList<Record>::const_iterator it) {
+                return PartitionList<Record>::key(it);
+            });
+        } else {
+            rehash();
+        }
+        return;
+    }
     bool stale = false;
     for (const Record &row : removed)
         stale = !m_keys->remove(row) || stale;
@@ -107,6 +120,7 @@ void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record>
             stale = !m_keys->holds(row) || stale;
     }
     MasterIndexKey<MasterIndex_Fast_Pure>::process(removed, updated, first, last, inserted);
+    m_keys->reserve(m_keys->count() + inserted.size());
     for (const Record &row : inserted) {
         if (filter(row))
             m_keys->insert(row);

@@ -363,3 +363,62 @@ TEST(MasterIndexFast, KeyLookupMatchesTheListUnderRandomChanges)
         }
     }
 }
+
+// An empty master given all rows in one batch (a table being read) holds the
+// same list, in the same order among equal keys, and finds the same rows by
+// key as one fed in small batches and row by row; then both go on alike. With
+// an eight-byte key and with a longer one, whose prefix does not decide; with
+// keys that are unique (looked up by hash) and with keys met twice.
+TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
+{
+    auto table = makeTable();
+    for (int run = 0; run < 4; ++run) {
+        const QStringList columns = run % 2 ? QStringList { "id", "code" } : QStringList { "id" };
+        const bool twice = run >= 2;
+        SCOPED_TRACE(columns.join(',').toStdString() + (twice ? " twice" : " unique"));
+        MasterIndex_Fast whole(table.get(), columns);
+        MasterIndex_Fast pieces(table.get(), columns);
+        std::mt19937 rng(3);
+        QList<Record> rows;
+        for (int i = 0; i < 3000; ++i) {
+            Record row(table.get());
+            row.data(0) = (twice ? int64(rng() % 2500) : int64(i) * 7919) << (rng() % 2 ? 0 : 40);
+            row.data(1) = QStringLiteral("c%1").arg(twice ? rng() % 3 : 0);
+            row.data(2) = i;
+            rows.append(row);
+        }
+        whole.process({}, {}, -1, -1, rows);
+        for (int at = 0; at < rows.size();) {
+            const int n = int(rng() % 300);
+            if (n == 0)
+                pieces.add(rows.at(at++));
+            else
+                pieces.process({}, {}, -1, -1, rows.mid(at, n));
+            at += n;
+        }
+        Record probe(table.get());
+        auto expectAlike = [&](const char *when) {
+            ASSERT_TRUE(std::equal(whole.begin(), whole.end(), pieces.begin(), pieces.end())) << when;
+            for (int t = 0; t < 600; ++t) {
+                probe.data(0) = t % 2 ? rows.at(int(rng() % unsigned(rows.size()))).data(0).toInteger64()
+                                      : int64(rng() % 2500);
+                probe.data(1) = QStringLiteral("c%1").arg(twice ? rng() % 3 : 0);
+                const MasterKey key = whole.keyRecord(probe);
+                ASSERT_EQ(whole.findKey(key, -1), firstOfKey(whole, key)) << when;
+                ASSERT_EQ(pieces.findKey(key, -1), firstOfKey(pieces, key)) << when;
+            }
+        };
+        expectAlike("filled");
+        const QList<Record> gone = rows.mid(0, 700);
+        QList<Record> more;
+        for (int i = 0; i < 50; ++i) {
+            Record row(table.get());
+            row.data(0) = twice ? rows.at(1000 + i).data(0).toInteger64() : int64(3000 + i) * 7919;
+            row.data(1) = QStringLiteral("c0");
+            more.append(row);
+        }
+        for (MasterIndex_Fast *index : { &whole, &pieces })
+            index->process(gone, {}, -1, -1, more);
+        expectAlike("changed");
+    }
+}

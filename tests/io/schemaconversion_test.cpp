@@ -107,3 +107,40 @@ TEST(SchemaConversion, ReadingIntoAChangedTable)
     EXPECT_EQ(bare->columnName(1), QStringLiteral("id"));
     EXPECT_EQ(bare->at(1).data(QStringLiteral("junk")).toInteger(), 101);
 }
+
+// A conversion that throws halfway through a long file: the table keeps the
+// whole batches of 10240 rows read before it, whether or not anything from
+// outside watches the read.
+TEST(SchemaConversion, AFailedConversionKeepsTheBatchesBeforeIt)
+{
+    std::unique_ptr<Table> source(tableOf({{"n", FieldType::VarChar, 6, true}}));
+    QList<Record> rows;
+    for (int i = 0; i < 25000; ++i) {
+        Record r(source.get());
+        r.data(0) = i == 20500 ? QStringLiteral("zz") : QString::number(i);
+        rows.append(r);
+    }
+    {
+        TableUpdater updater(source.get());
+        source->appendList(rows);
+    }
+    const QByteArray bytes = writeTable(source.get());
+    struct Watching : FilterProgressTrue
+    {
+    };
+    for (bool watched : {false, true}) {
+        std::unique_ptr<Table> target(tableOf({{"n", FieldType::Integer, 0, true}}));
+        QDataStream in(bytes);
+        FilterProgressTrue plain;
+        Watching watching;
+        bool thrown = false;
+        try {
+            TableIO(target.get()).read(watched ? watching : plain, in, false, {}, true);
+        } catch (...) { // what the conversion throws
+            thrown = true;
+        }
+        EXPECT_TRUE(thrown);
+        ASSERT_EQ(target->rowCount(), 20480) << watched;
+        EXPECT_EQ(target->at(20479).data(0).toInteger(), 20479);
+    }
+}
