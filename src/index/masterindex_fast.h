@@ -50,6 +50,9 @@ public:
 private:
     // Enters the list's rows afresh: after a key was written in place.
     void rehash();
+    // process() of an empty index given only new rows (a table being read).
+    // REQUIRES: key prefixes.
+    void fill(const QList<Record> &inserted);
 
     std::unique_ptr<MasterKeyHash> m_keys;
 };

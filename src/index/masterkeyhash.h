@@ -58,6 +58,16 @@ public:
     {
         clear();
         reserve(count);
+        // Slots are far apart in a large table: each row's slot is fetched
+        // some rows ahead of its placing, so that the misses overlap.
+        const int ahead = 16;
+        struct Pending
+        {
+            unsigned hash;
+            unsigned char *row;
+        } pending[ahead];
+        int queued = 0;
+        const int mask = m_rows.size() - 1;
         const unsigned char *previous = nullptr;
         quint64 previousPrefix = 0;
         for (Iterator it = begin; it != end; ++it) {
@@ -66,10 +76,19 @@ public:
             if (previous && p == previousPrefix
                 && (m_size == 8 || std::memcmp(keyOf(previous), keyOf(row), size_t(m_size)) == 0))
                 ++m_duplicates;
-            placeNew(m_size == 8 ? hashOfWord(qbswap(p)) : hashOf(keyOf(row)), row);
             previous = row;
             previousPrefix = p;
+            const unsigned hash = m_size == 8 ? hashOfWord(qbswap(p)) : hashOf(keyOf(row));
+            __builtin_prefetch(m_rows.constData() + (int(hash) & mask));
+            Pending &slot = pending[queued % ahead];
+            if (queued >= ahead)
+                placeNew(slot.hash, slot.row);
+            slot = { hash, row };
+            ++queued;
         }
+        // The last ones, in the order they came.
+        for (int i = qMax(0, queued - ahead); i < queued; ++i)
+            placeNew(pending[i % ahead].hash, pending[i % ahead].row);
     }
 
 private:

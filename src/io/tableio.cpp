@@ -489,7 +489,9 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
                 table->appendList(batch);
                 batch.clear();
             }
-            batch.append(row);
+            // Moved in: the row's count is not touched again.
+            batch.append(Record());
+            batch.last() = std::move(row);
         }
     } catch (...) {
         if (oneBatch && batch.size() > batchSize) {
