@@ -1,12 +1,8 @@
 #include "io/tableio.h"
 
 #include "index/masterindex.h"
-#include "index/masterindex_column.h"
-#include "index/masterindex_column_cached.h"
 #include "index/masterindex_fast.h"
 #include "index/masterindex_fast_cached.h"
-#include "index/masterindexordered.h"
-#include "index/masterptrindex.h"
 #include "io/rowcodec_p.h"
 #include "io/tableio_p.h"
 #include "io/writebehinddevice_p.h"
@@ -20,6 +16,7 @@
 #include <QSet>
 #include <QtDebug>
 
+#include <cstring>
 #include <new>
 #include <typeinfo>
 
@@ -68,18 +65,76 @@ bool isPlainCopy(const QList<FieldDefConvertor *> &list, const Table *source, co
     return true;
 }
 
-// Whether `master` is exactly one of the library's own kinds, whose work on
-// a batch no caller can watch: it may then be given a whole file's rows at
-// once instead of batch by batch.
-bool isOwnMaster(const MasterIndex *master)
+// Whether `master` is exactly a Fast key master, which fills an empty list
+// from one batch by a sort beside its key prefixes, where batch after batch
+// would each be merged into a growing list. No caller can watch its work on
+// a batch. The other kinds take a file's batches faster while the rows are
+// still in the cache.
+bool fillsInOneBatch(const MasterIndex *master)
 {
     if (!master)
         return false;
     const std::type_info &kind = typeid(*master);
-    return kind == typeid(MasterIndexOrdered) || kind == typeid(MasterPtrIndex)
-            || kind == typeid(MasterIndex_Fast) || kind == typeid(MasterIndex_Fast_Cached)
-            || kind == typeid(MasterIndex_Column) || kind == typeid(MasterIndex_Column_Cached);
+    return kind == typeid(MasterIndex_Fast) || kind == typeid(MasterIndex_Fast_Cached);
 }
+
+// A device's bytes in blocks for the row parser, handed back as they are
+// parsed: when reading stops, the device stands just behind the last parsed
+// byte, as if each row had been read on its own. A device that can seek is
+// read straight into the block, and what was not parsed is sought back over;
+// a sequential one is peeked at, and only what was parsed is skipped.
+class BlockSource
+{
+public:
+    explicit BlockSource(QIODevice *device) : m_device(device), m_seekable(!device->isSequential())
+    {
+    }
+    ~BlockSource() { giveBack(); }
+
+    const char *data() const { return m_block.constData() + m_used; }
+    int size() const { return m_size - m_used; }
+    void consume(int n) { m_used += n; }
+
+    // Keeps the bytes not parsed yet and adds what follows them, up to a block.
+    void refill()
+    {
+        if (m_block.size() < blockBytes)
+            m_block.resize(blockBytes);
+        if (!m_seekable) {
+            if (m_used > 0)
+                m_device->skip(m_used);
+            m_used = 0;
+            m_size = int(qMax<qint64>(0, m_device->peek(m_block.data(), blockBytes)));
+            return;
+        }
+        const int kept = m_size - m_used;
+        if (kept > 0 && m_used > 0)
+            std::memmove(m_block.data(), m_block.constData() + m_used, size_t(kept));
+        m_used = 0;
+        m_size = kept;
+        const qint64 got = m_device->read(m_block.data() + kept, blockBytes - kept);
+        m_size += int(qMax<qint64>(0, got));
+    }
+    // Puts the device just behind the parsed bytes and forgets the block.
+    void giveBack()
+    {
+        if (!m_seekable) {
+            if (m_used > 0)
+                m_device->skip(m_used);
+        } else if (m_size > m_used) {
+            m_device->seek(m_device->pos() - (m_size - m_used));
+        }
+        m_used = 0;
+        m_size = 0;
+    }
+
+private:
+    QIODevice *m_device;
+    bool m_seekable;
+    QByteArray m_block;
+    int m_used = 0; // parsed bytes at the start of the block
+    int m_size = 0; // bytes in the block
+};
 
 // Deletes the convertors of one read, also when a conversion throws.
 struct ConvertorListOwner
@@ -404,39 +459,22 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     // Rows of no columns have no bytes that could prove them.
     const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
     const bool plain = isPlainTrue(progress);
-    // The master index, the only index the table has while it is read, sorts
-    // and places a whole file in one batch much faster than in many: when no
-    // code from outside runs during the read (progress, filter, convertors),
+    // A Fast master, the only index the table has while it is read, sorts and
+    // places a whole file in one batch much faster than in many: when no code
+    // from outside runs during the read (progress, filter, convertors),
     // nothing can tell the difference, and the rows go in at the end. On an
     // exception the table holds what the batches would have given it.
-    const bool oneBatch = plain && convertors.isEmpty() && isOwnMaster(table->masterIndex());
+    const bool oneBatch = plain && convertors.isEmpty() && fillsInOneBatch(table->masterIndex());
     QList<Record> batch;
     batch.reserve(batchSize);
-    // Rows are parsed from blocks peeked at on the device, and only what was
-    // parsed is consumed: the stream ends up just behind the last row, as
-    // if each row had been read on its own.
-    QIODevice *device = stream.device();
-    QByteArray block;
-    int blockUsed = 0;
-    int blockSize = 0;
-    struct Consume
-    {
-        QIODevice *device;
-        int &used;
-        ~Consume()
-        {
-            if (used > 0)
-                device->skip(used);
-        }
-    } consume{device, blockUsed};
+    BlockSource bytes(stream.device());
     auto nextRow = [&](unsigned char *cells) -> bool {
         bool fresh = false;
         for (;;) {
-            if (blockUsed < blockSize) {
-                const int n = codec.decode(block.constData() + blockUsed, blockSize - blockUsed,
-                                           cells, pool);
+            if (bytes.size() > 0) {
+                const int n = codec.decode(bytes.data(), bytes.size(), cells, pool);
                 if (n > 0) {
-                    blockUsed += n;
+                    bytes.consume(n);
                     return true;
                 }
                 if (n < 0)
@@ -444,14 +482,10 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
             }
             if (fresh) {
                 // Wider than a block, or the stream ends inside it.
-                blockSize = 0;
+                bytes.giveBack();
                 return codec.read(cells, stream, pool);
             }
-            if (blockUsed > 0)
-                device->skip(blockUsed);
-            blockUsed = 0;
-            block.resize(blockBytes);
-            blockSize = int(qMax<qint64>(0, device->peek(block.data(), blockBytes)));
+            bytes.refill();
             fresh = true;
         }
     };

@@ -1,4 +1,5 @@
 #include "iotestsupport.h"
+#include "index/masterindex_fast.h"
 #include "support/warningcatcher.h"
 
 #include <memory>
@@ -110,10 +111,11 @@ TEST(SchemaConversion, ReadingIntoAChangedTable)
 
 // A conversion that throws halfway through a long file: the table keeps the
 // whole batches of 10240 rows read before it, whether or not anything from
-// outside watches the read.
+// outside watches the read, and also when a Fast master would take the rows
+// in one batch.
 TEST(SchemaConversion, AFailedConversionKeepsTheBatchesBeforeIt)
 {
-    std::unique_ptr<Table> source(tableOf({{"n", FieldType::VarChar, 6, true}}));
+    std::unique_ptr<Table> source(tableOf({{"n", FieldType::VarChar, 6, false}}));
     QList<Record> rows;
     for (int i = 0; i < 25000; ++i) {
         Record r(source.get());
@@ -129,7 +131,8 @@ TEST(SchemaConversion, AFailedConversionKeepsTheBatchesBeforeIt)
     {
     };
     for (bool watched : {false, true}) {
-        std::unique_ptr<Table> target(tableOf({{"n", FieldType::Integer, 0, true}}));
+        std::unique_ptr<Table> target(tableOf({{"n", FieldType::Integer, 0, false}}));
+        MasterIndex_Fast::createMasterIndex(target.get(), {QStringLiteral("n")});
         QDataStream in(bytes);
         FilterProgressTrue plain;
         Watching watching;
@@ -141,6 +144,9 @@ TEST(SchemaConversion, AFailedConversionKeepsTheBatchesBeforeIt)
         }
         EXPECT_TRUE(thrown);
         ASSERT_EQ(target->rowCount(), 20480) << watched;
-        EXPECT_EQ(target->at(20479).data(0).toInteger(), 20479);
+        int64 sum = 0;
+        for (int i = 0; i < target->rowCount(); ++i)
+            sum += target->at(i).data(0).toInteger();
+        EXPECT_EQ(sum, int64(20479) * 20480 / 2); // the first rows of the file
     }
 }
