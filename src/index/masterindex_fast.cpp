@@ -131,14 +131,58 @@ void MasterIndex_Fast::fill(const QList<Record> &inserted)
         if (filter(row))
             m_list.append(row);
     }
+    sortFilled();
+    m_nsecsElapsed += timer.nsecsElapsed();
+    // A second reading on purpose, as in Index::process.
+    m_nsecsElapsedTotal += timer.nsecsElapsed();
+}
+
+void MasterIndex_Fast::sortFilled()
+{
     IndexSort::resort();
     // Every prefix in the list is that of the row's present key bytes.
     m_keys->rebuildSorted(begin(), end(), count(), [](PartitionList<Record>::const_iterator it) {
         return PartitionList<Record>::key(it);
     });
-    m_nsecsElapsed += timer.nsecsElapsed();
-    // A second reading on purpose, as in Index::process.
-    m_nsecsElapsedTotal += timer.nsecsElapsed();
+}
+
+MasterIndex_Fast::Filler::Filler(MasterIndex_Fast *index) : m_index(index)
+{
+    // With nothing in it a batch only starts the index's key prefixes, so
+    // that each row's prefix is taken as it comes.
+    m_index->IndexSort::preprocess({}, {}, -1, -1, {}, {});
+}
+
+MasterIndex_Fast::Filler::~Filler()
+{
+    finish();
+}
+
+void MasterIndex_Fast::Filler::append(const Record &row)
+{
+    if (m_index->filter(row))
+        m_index->m_list.append(row);
+}
+
+void MasterIndex_Fast::Filler::keepFirst(int n)
+{
+    const int count = m_index->count();
+    if (n >= count)
+        return;
+    RangeSet<int> tail;
+    tail.add(n, count);
+    m_index->m_list.removeRanges(tail);
+}
+
+void MasterIndex_Fast::Filler::finish()
+{
+    if (m_done)
+        return;
+    m_done = true;
+    m_index->timer.restart();
+    m_index->sortFilled();
+    m_index->m_nsecsElapsed += m_index->timer.nsecsElapsed();
+    m_nsecsElapsedTotal += m_index->timer.nsecsElapsed();
 }
 
 QString MasterIndex_Fast::getClassName() const

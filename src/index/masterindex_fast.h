@@ -40,6 +40,30 @@ public:
 
     QString getClassName() const override; // "MasterIndex_Fast"
 
+    // Fills an empty index with the rows of a table being read, which no one
+    // looks at until the filler is done: each row goes into the list as it
+    // comes, while it is still in the cache, and finish() (or the destructor)
+    // sorts the list and enters the keys once. The index ends as process()
+    // with all appended rows as `inserted` leaves an empty index.
+    // REQUIRES: the index is empty and is not otherwise used meanwhile.
+    class TABLEDB_EXPORT Filler
+    {
+    public:
+        explicit Filler(MasterIndex_Fast *index);
+        ~Filler();
+        Filler(const Filler &) = delete;
+        Filler &operator=(const Filler &) = delete;
+
+        void append(const Record &row);
+        // Drops the rows appended after the first `n`.
+        void keepFirst(int n);
+        void finish();
+
+    private:
+        MasterIndex_Fast *m_index;
+        bool m_done = false;
+    };
+
     // create() falls back to a MasterIndex_Column when the columns do not
     // qualify, and logs the reason as a warning; the fallback's own failure
     // (an unknown column) is thrown. The other two as for MasterIndex_Column.
@@ -53,6 +77,8 @@ private:
     // process() of an empty index given only new rows (a table being read).
     // REQUIRES: key prefixes.
     void fill(const QList<Record> &inserted);
+    // Sorts the list beside its prefixes and enters its keys afresh.
+    void sortFilled();
 
     std::unique_ptr<MasterKeyHash> m_keys;
 };

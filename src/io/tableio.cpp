@@ -17,6 +17,7 @@
 #include <QtDebug>
 
 #include <cstring>
+#include <memory>
 #include <new>
 #include <typeinfo>
 
@@ -65,17 +66,19 @@ bool isPlainCopy(const QList<FieldDefConvertor *> &list, const Table *source, co
     return true;
 }
 
-// Whether `master` is exactly a Fast key master, which fills an empty list
-// from one batch by a sort beside its key prefixes, where batch after batch
-// would each be merged into a growing list. No caller can watch its work on
-// a batch. The other kinds take a file's batches faster while the rows are
-// still in the cache.
-bool fillsInOneBatch(const MasterIndex *master)
+// `master` as a Fast key master of the library's own, or null. Such a master
+// takes a file's rows one by one and sorts them once at the end, where batch
+// after batch would each be merged into a growing list. Nothing outside can
+// watch it work. The other kinds take a file's batches faster while the rows
+// are still in the cache.
+MasterIndex_Fast *ownFastMaster(MasterIndex *master)
 {
     if (!master)
-        return false;
+        return nullptr;
     const std::type_info &kind = typeid(*master);
-    return kind == typeid(MasterIndex_Fast) || kind == typeid(MasterIndex_Fast_Cached);
+    if (kind == typeid(MasterIndex_Fast) || kind == typeid(MasterIndex_Fast_Cached))
+        return static_cast<MasterIndex_Fast *>(master);
+    return nullptr;
 }
 
 // A device's bytes in blocks for the row parser, handed back as they are
@@ -459,14 +462,19 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     // Rows of no columns have no bytes that could prove them.
     const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
     const bool plain = isPlainTrue(progress);
-    // A Fast master, the only index the table has while it is read, sorts and
-    // places a whole file in one batch much faster than in many: when no code
-    // from outside runs during the read (progress, filter, convertors),
-    // nothing can tell the difference, and the rows go in at the end. On an
-    // exception the table holds what the batches would have given it.
-    const bool oneBatch = plain && convertors.isEmpty() && fillsInOneBatch(table->masterIndex());
+    // A Fast master, the only index the table has while it is read, is filled
+    // row by row and sorted once instead of batch by batch: when no code from
+    // outside runs during the read (progress, filter, convertors), nothing can
+    // tell the difference. On an exception the table holds what the batches
+    // would have given it.
+    MasterIndex_Fast *fast = plain && convertors.isEmpty() ? ownFastMaster(table->masterIndex())
+                                                           : nullptr;
+    std::unique_ptr<MasterIndex_Fast::Filler> filler(fast ? new MasterIndex_Fast::Filler(fast)
+                                                          : nullptr);
+    int kept = 0; // rows given to the filler
     QList<Record> batch;
-    batch.reserve(batchSize);
+    if (!filler)
+        batch.reserve(batchSize);
     BlockSource bytes(stream.device());
     auto nextRow = [&](unsigned char *cells) -> bool {
         bool fresh = false;
@@ -519,7 +527,12 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
             }
             if (!plain && !progress.filter(row))
                 continue;
-            if (!oneBatch && batch.size() >= batchSize) {
+            if (filler) {
+                filler->append(row);
+                ++kept;
+                continue;
+            }
+            if (batch.size() >= batchSize) {
                 table->appendList(batch);
                 batch.clear();
             }
@@ -528,13 +541,15 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
             batch.last() = std::move(row);
         }
     } catch (...) {
-        if (oneBatch && batch.size() > batchSize) {
+        if (filler) {
             // The batches that were full before the last row came.
-            batch.erase(batch.begin() + (batch.size() - 1) / batchSize * batchSize, batch.end());
-            table->appendList(batch);
+            filler->keepFirst(kept > 0 ? (kept - 1) / batchSize * batchSize : 0);
+            filler->finish();
         }
         throw;
     }
+    if (filler)
+        filler->finish();
     if (!batch.isEmpty())
         table->appendList(batch);
     if (rowsRead < header.rowCount)

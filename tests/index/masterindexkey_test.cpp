@@ -364,9 +364,10 @@ TEST(MasterIndexFast, KeyLookupMatchesTheListUnderRandomChanges)
     }
 }
 
-// An empty master given all rows in one batch (a table being read) holds the
-// same list, in the same order among equal keys, and finds the same rows by
-// key as one fed in small batches and row by row; then both go on alike. With
+// An empty master given all rows in one batch, or row by row by a filler (a
+// table being read), holds the same list, in the same order among equal keys,
+// and finds the same rows by key as one fed in small batches and row by row;
+// then all go on alike. With
 // an eight-byte key and with a longer one, whose prefix does not decide; with
 // keys that are unique (looked up by hash) and with keys met twice.
 TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
@@ -378,6 +379,7 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
         SCOPED_TRACE(columns.join(',').toStdString() + (twice ? " twice" : " unique"));
         MasterIndex_Fast whole(table.get(), columns);
         MasterIndex_Fast pieces(table.get(), columns);
+        MasterIndex_Fast filled(table.get(), columns);
         std::mt19937 rng(3);
         QList<Record> rows;
         for (int i = 0; i < 3000; ++i) {
@@ -388,6 +390,13 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
             rows.append(row);
         }
         whole.process({}, {}, -1, -1, rows);
+        {
+            MasterIndex_Fast::Filler filler(&filled);
+            for (const Record &row : rows)
+                filler.append(row);
+            filler.append(Record(table.get())); // dropped again
+            filler.keepFirst(rows.size());
+        }
         for (int at = 0; at < rows.size();) {
             const int n = int(rng() % 300);
             if (n == 0)
@@ -399,6 +408,7 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
         Record probe(table.get());
         auto expectAlike = [&](const char *when) {
             ASSERT_TRUE(std::equal(whole.begin(), whole.end(), pieces.begin(), pieces.end())) << when;
+            ASSERT_TRUE(std::equal(whole.begin(), whole.end(), filled.begin(), filled.end())) << when;
             for (int t = 0; t < 600; ++t) {
                 probe.data(0) = t % 2 ? rows.at(int(rng() % unsigned(rows.size()))).data(0).toInteger64()
                                       : int64(rng() % 2500);
@@ -406,6 +416,7 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
                 const MasterKey key = whole.keyRecord(probe);
                 ASSERT_EQ(whole.findKey(key, -1), firstOfKey(whole, key)) << when;
                 ASSERT_EQ(pieces.findKey(key, -1), firstOfKey(pieces, key)) << when;
+                ASSERT_EQ(filled.findKey(key, -1), firstOfKey(filled, key)) << when;
             }
         };
         expectAlike("filled");
@@ -417,7 +428,7 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
             row.data(1) = QStringLiteral("c0");
             more.append(row);
         }
-        for (MasterIndex_Fast *index : { &whole, &pieces })
+        for (MasterIndex_Fast *index : { &whole, &pieces, &filled })
             index->process(gone, {}, -1, -1, more);
         expectAlike("changed");
     }
