@@ -158,10 +158,10 @@ MasterIndex_Fast::Filler::~Filler()
     finish();
 }
 
-void MasterIndex_Fast::Filler::append(const Record &row)
+void MasterIndex_Fast::Filler::append(Record &&row)
 {
     if (m_index->filter(row))
-        m_index->m_list.append(row);
+        m_index->m_list.append(std::move(row));
 }
 
 void MasterIndex_Fast::Filler::keepFirst(int n)

@@ -54,7 +54,8 @@ public:
         Filler(const Filler &) = delete;
         Filler &operator=(const Filler &) = delete;
 
-        void append(const Record &row);
+        // Takes `row` over.
+        void append(Record &&row);
         // Drops the rows appended after the first `n`.
         void keepFirst(int n);
         void finish();

@@ -528,7 +528,7 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
             if (!plain && !progress.filter(row))
                 continue;
             if (filler) {
-                filler->append(row);
+                filler->append(std::move(row));
                 ++kept;
                 continue;
             }

@@ -393,7 +393,7 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
         {
             MasterIndex_Fast::Filler filler(&filled);
             for (const Record &row : rows)
-                filler.append(row);
+                filler.append(Record(row));
             filler.append(Record(table.get())); // dropped again
             filler.keepFirst(rows.size());
         }
