@@ -96,6 +96,17 @@ void RowCodec::build(const QList<const TableColumnDef *> &columns, uint64 rowLen
         addPiece(rowLength, nullBytes);
     }
     closeFixed();
+
+    for (const Segment &segment : qAsConst(m_segments)) {
+        if (segment.isString) {
+            m_textSteps.push_back(TextStep{m_fixedBytes});
+            m_steps.push_back(Step{segment.pieces[0].offset, -1, segment.text});
+            continue;
+        }
+        for (const Piece &piece : segment.pieces)
+            m_steps.push_back(Step{piece.offset, piece.length, -1});
+        m_fixedBytes += segment.fileBytes;
+    }
 }
 
 bool RowCodec::hasStrings() const
@@ -155,41 +166,35 @@ void RowCodec::write(const unsigned char *cells, QDataStream &out)
 int RowCodec::decode(const char *data, int size, unsigned char *cells, StringPool *pool)
 {
     // Measure first, so that a row cut by the end of `data` changes nothing.
-    qint64 need = 0;
-    for (const Segment &s : qAsConst(m_segments)) {
-        if (!s.isString) {
-            need += s.fileBytes;
-            continue;
-        }
-        if (need + 4 > size)
+    qint64 texts = 0; // bytes of the String cells so far
+    for (const TextStep &t : m_textSteps) {
+        const qint64 at = t.fixedBefore + texts;
+        if (at + 4 > size)
             return 0;
         qint32 count;
-        std::memcpy(&count, data + need, 4);
-        need += 4;
+        std::memcpy(&count, data + at, 4);
         if (count > (INT_MAX - 2) / 2)
             return -1;
-        if (count > 0)
-            need += qint64(count) * 2 + 2;
-        if (need > size)
+        texts += 4 + (count > 0 ? qint64(count) * 2 + 2 : 0);
+        if (at + 4 + (count > 0 ? qint64(count) * 2 + 2 : 0) > size)
             return 0;
     }
+    const qint64 need = m_fixedBytes + texts;
     if (need > size)
         return 0;
 
     const char *p = data;
-    for (const Segment &s : qAsConst(m_segments)) {
-        if (!s.isString) {
-            for (const Piece &piece : s.pieces) {
-                std::memcpy(cells + piece.offset, p, size_t(piece.length));
-                p += piece.length;
-            }
+    for (const Step &step : m_steps) {
+        if (step.length >= 0) {
+            std::memcpy(cells + step.offset, p, size_t(step.length));
+            p += step.length;
             continue;
         }
         qint32 count;
         std::memcpy(&count, p, 4);
         p += 4;
         if (count <= 0) {
-            emptyText(s.text, cells + s.pieces[0].offset);
+            emptyText(step.text, cells + step.offset);
             continue;
         }
         const int bytes = count * 2 + 2;
@@ -200,8 +205,8 @@ int RowCodec::decode(const char *data, int size, unsigned char *cells, StringPoo
             std::memcpy(m_buffer.data(), p, size_t(bytes));
             units = m_buffer.constData();
         }
-        *reinterpret_cast<QString *>(cells + s.pieces[0].offset) =
-                pooled(s.text, reinterpret_cast<const ushort *>(units), count, pool);
+        *reinterpret_cast<QString *>(cells + step.offset) =
+                pooled(step.text, reinterpret_cast<const ushort *>(units), count, pool);
         p += bytes;
     }
     return int(need);

@@ -75,7 +75,23 @@ private:
     // A String cell of no characters.
     void emptyText(int text, unsigned char *cell) const;
 
+    // decode()'s plan, flat: the pieces and String cells in file order, and
+    // for each String cell the fixed bytes in front of it.
+    struct Step
+    {
+        uint64 offset; // in the cell area
+        int length; // fixed: bytes in the file; -1 for a String cell
+        int text; // String: its place in m_texts
+    };
+    struct TextStep
+    {
+        int fixedBefore;
+    };
+
     QVector<Segment> m_segments;
+    std::vector<Step> m_steps;
+    std::vector<TextStep> m_textSteps;
+    int m_fixedBytes = 0;
     std::vector<TextColumn> m_texts;
     bool m_keepLastText = false;
     QByteArray m_buffer; // one row's bytes on writing, a run or a text on reading
