@@ -384,7 +384,7 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
         QList<Record> rows;
         for (int i = 0; i < 3000; ++i) {
             Record row(table.get());
-            row.data(0) = (twice ? int64(rng() % 2500) : int64(i) * 7919) << (rng() % 2 ? 0 : 40);
+            row.data(0) = (twice ? int64(rng() % 2500) : int64(i) * 7919) << (rng() % 2 ? 0 : 32);
             row.data(1) = QStringLiteral("c%1").arg(twice ? rng() % 3 : 0);
             row.data(2) = i;
             rows.append(row);
