@@ -42,9 +42,11 @@ public:
 
     // Fills an empty index with the rows of a table being read, which no one
     // looks at until the filler is done: each row goes into the list as it
-    // comes, while it is still in the cache, and finish() (or the destructor)
-    // sorts the list and enters the keys once. The index ends as process()
-    // with all appended rows as `inserted` leaves an empty index.
+    // comes, while it is still in the cache, and finish() sorts the list and
+    // enters the keys once. The index ends as process() with all appended rows
+    // as `inserted` leaves an empty index. finish() may throw std::bad_alloc;
+    // call it before the filler goes (the destructor finishes an unfinished
+    // filler, and a failure there ends the program).
     // REQUIRES: the index is empty and is not otherwise used meanwhile.
     class TABLEDB_EXPORT Filler
     {
