@@ -1,8 +1,12 @@
 // Table files of 1,000,000 order-flow rows: saving and loading against an
 // in-memory SQLite database (VACUUM INTO a file, the backup API back), against
-// reading the file's bytes, zlib inflating the file alone, and gzip -6.
+// reading the file's bytes, zlib inflating the file alone, and gzip -6; loads
+// of the file of a table keyed by id into such a table, alone and with two
+// sorted views.
 
+#include "index/indexsort.h"
 #include "index/masterindex.h"
+#include "index/masterindex_fast_cached.h"
 #include "io/tableio.h"
 #include "runtime/iapphub.h"
 #include "numeric/decimal.h"
@@ -50,6 +54,26 @@ Table *makeFlowTable()
     return t;
 }
 
+// The host's compression switch, as the application would answer it.
+class Hub : public IAppHub, public ITableRegistry
+{
+public:
+    Hub() { IAppHub::setInstance(this); }
+    ~Hub() override { IAppHub::setInstance(nullptr); }
+    ITableRegistry *tableRegistry() override { return this; }
+    Table *table(const QString &) const override { return nullptr; }
+    bool contains(const QString &) const override { return false; }
+    bool compressTables() const override { return compress; }
+    void registerJoin(TableJoin *) override { }
+    bool compress = false;
+};
+
+Hub &hub()
+{
+    static Hub h;
+    return h;
+}
+
 struct Fixture
 {
     Fixture() : table(makeFlowTable())
@@ -74,28 +98,27 @@ struct Fixture
         table->appendList(rows);
         plainDir = dir.path() + "/plain";
         gzDir = dir.path() + "/gz";
+        keyedDir = dir.path() + "/keyed";
         QDir().mkpath(plainDir);
         QDir().mkpath(gzDir);
+        QDir().mkpath(keyedDir);
+        // The file of the same rows saved by a table keyed by id: in the
+        // key's order, as a keyed table's own file is.
+        std::unique_ptr<Table> keyed(makeFlowTable());
+        MasterIndex_Fast_Cached::createMasterIndex(keyed.get(), { QStringLiteral("id") });
+        {
+            TableUpdater updater(keyed.get());
+            keyed->appendList(rows);
+        }
+        hub().compress = false;
+        TableIO(keyed.get()).write(QDir(keyedDir));
     }
 
     QTemporaryDir dir;
     std::unique_ptr<Table> table;
     QString plainDir;
     QString gzDir;
-};
-
-// The host's compression switch, as the application would answer it.
-class Hub : public IAppHub, public ITableRegistry
-{
-public:
-    Hub() { IAppHub::setInstance(this); }
-    ~Hub() override { IAppHub::setInstance(nullptr); }
-    ITableRegistry *tableRegistry() override { return this; }
-    Table *table(const QString &) const override { return nullptr; }
-    bool contains(const QString &) const override { return false; }
-    bool compressTables() const override { return compress; }
-    void registerJoin(TableJoin *) override { }
-    bool compress = false;
+    QString keyedDir;
 };
 
 Fixture &fixture()
@@ -104,11 +127,6 @@ Fixture &fixture()
     return f;
 }
 
-Hub &hub()
-{
-    static Hub h;
-    return h;
-}
 
 template <typename Work>
 void timed(benchmark::State &state, Work work)
@@ -135,16 +153,64 @@ void BM_SaveGzip(benchmark::State &state)
     state.counters["MB"] = double(QFile(fixture().gzDir + "/flow.gz").size()) / 1e6;
 }
 
-// Loads into a new table; its deletion is not timed.
-void load(benchmark::State &state, const QString &dir)
+// A view sorted by instrument and price, or by time, as an order book keeps
+// them; with `prefixed` it gives exact key prefixes (the bench's values fit).
+class FlowView : public IndexSort
+{
+public:
+    enum Order { ByPrice, ByTime };
+    FlowView(Table *table, Order order, bool prefixed)
+        : IndexSort(table, true), m_order(order), m_prefixed(prefixed)
+    {
+    }
+    int compare(const Record &a, const Record &b) const override
+    {
+        if (m_order == ByTime)
+            return cmp(a.data(6).asInteger64(), b.data(6).asInteger64());
+        const int c = cmp(a.data(1).asInteger(), b.data(1).asInteger());
+        return c != 0 ? c : a.data(3).asDecimal().compare(b.data(3).asDecimal());
+    }
+    KeyPrefixKind keyPrefixKind() const override
+    {
+        return m_prefixed ? ExactKeyPrefix : NoKeyPrefix;
+    }
+    quint64 keyPrefix(const Record &row) const override
+    {
+        if (m_order == ByTime)
+            return prefixOf(qint64(row.data(6).asInteger64()));
+        return (quint64(row.data(1).asInteger()) << 40) | quint64(row.data(3).asDecimal().value());
+    }
+
+private:
+    template <typename T>
+    static int cmp(T x, T y)
+    {
+        return x < y ? -1 : x > y ? 1 : 0;
+    }
+    Order m_order;
+    bool m_prefixed;
+};
+
+// What a loaded table carries besides its rows.
+enum class Load { Ordered, Keyed, Views, ViewsNoPrefix };
+
+// Loads into a new table; its making and deletion are not timed.
+void load(benchmark::State &state, const QString &dir, Load kind = Load::Ordered)
 {
     for (auto _ : state) {
         std::unique_ptr<Table> t(makeFlowTable());
+        if (kind != Load::Ordered)
+            MasterIndex_Fast_Cached::createMasterIndex(t.get(), { QStringLiteral("id") });
+        std::unique_ptr<FlowView> byPrice, byTime;
+        if (kind == Load::Views || kind == Load::ViewsNoPrefix) {
+            byPrice.reset(new FlowView(t.get(), FlowView::ByPrice, kind == Load::Views));
+            byTime.reset(new FlowView(t.get(), FlowView::ByTime, kind == Load::Views));
+        }
         QElapsedTimer timer;
         timer.start();
         TableIO(t.get()).read(QDir(dir), false);
         state.SetIterationTime(double(timer.nsecsElapsed()) / 1e9);
-        if (t->rowCount() != flowRows)
+        if (t->rowCount() != flowRows || (byPrice && byPrice->count() != flowRows))
             std::printf("load of %s read %d rows\n", qPrintable(dir), t->rowCount());
     }
 }
@@ -157,6 +223,27 @@ void BM_LoadPlain(benchmark::State &state)
 void BM_LoadGzip(benchmark::State &state)
 {
     load(state, fixture().gzDir);
+}
+
+void BM_LoadKeyed(benchmark::State &state)
+{
+    load(state, fixture().keyedDir, Load::Keyed);
+}
+
+// The file in id order, not in the key's byte order.
+void BM_LoadKeyedOtherOrder(benchmark::State &state)
+{
+    load(state, fixture().plainDir, Load::Keyed);
+}
+
+void BM_LoadViews(benchmark::State &state)
+{
+    load(state, fixture().keyedDir, Load::Views);
+}
+
+void BM_LoadViewsNoPrefix(benchmark::State &state)
+{
+    load(state, fixture().keyedDir, Load::ViewsNoPrefix);
 }
 
 void BM_ReadFileBytes(benchmark::State &state)
@@ -306,8 +393,18 @@ void ratios(RatioReporter &reporter)
                       "BM_WriteFileBytes/iterations:10/manual_time");
     reporter.addRatio("plain load / SQLite backup load", "BM_LoadPlain/iterations:3/manual_time",
                       "BM_SqliteLoad/iterations:3/manual_time");
-    reporter.addRatio("plain load / reading the file's bytes (target <= 10)",
+    reporter.addRatio("plain load / reading the file's bytes (target <= 3)",
                       "BM_LoadPlain/iterations:3/manual_time", "BM_ReadFileBytes/iterations:3/manual_time");
+    reporter.addRatio("load keyed by id / reading the file's bytes (target <= 3)",
+                      "BM_LoadKeyed/iterations:3/manual_time", "BM_ReadFileBytes/iterations:3/manual_time");
+    reporter.addRatio("the same from a file in another order",
+                      "BM_LoadKeyedOtherOrder/iterations:3/manual_time",
+                      "BM_ReadFileBytes/iterations:3/manual_time");
+    reporter.addRatio("load with two sorted views / keyed alone (target <= 3)",
+                      "BM_LoadViews/iterations:3/manual_time", "BM_LoadKeyed/iterations:3/manual_time");
+    reporter.addRatio("the same, views without key prefixes (target <= 3)",
+                      "BM_LoadViewsNoPrefix/iterations:3/manual_time",
+                      "BM_LoadKeyed/iterations:3/manual_time");
     reporter.addRatio("gzip load / zlib inflate alone (target <= 1.5)", "BM_LoadGzip/iterations:3/manual_time",
                       "BM_InflateAlone/iterations:3/manual_time");
     reporter.addRatio("gzip save / gzip -6 of the plain file", "BM_SaveGzip/iterations:3/manual_time",
@@ -326,6 +423,10 @@ BENCHMARK(BM_WriteFileBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->It
 BENCHMARK(BM_Gzip6Binary)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_ReadFileBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_LoadPlain)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_LoadKeyed)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_LoadKeyedOtherOrder)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_LoadViews)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_LoadViewsNoPrefix)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_SqliteLoad)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_InflateAlone)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_LoadGzip)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);

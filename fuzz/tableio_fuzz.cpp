@@ -1,12 +1,14 @@
 // The table-file reader. The first byte picks the way in: a stream over the
 // bytes, a plain file, or a gzip file (the inflating read-ahead included),
-// and whether columns the table lacks are added. Property: the rows that were
+// whether columns the table lacks are added, and whether the table is keyed
+// by a Fast master (filled row by row and sorted once). Property: the rows that were
 // read, once written, read back whole and write the same bytes again, apart
 // from the one change the reader makes on purpose: an empty String cell takes
 // the text of the last earlier row whose cell was not empty.
 
 #include "fuzzsupport.h"
 
+#include "index/masterindex_fast.h"
 #include "io/tableio.h"
 #include "runtime/exception.h"
 #include "table/table.h"
@@ -22,7 +24,7 @@ namespace {
 
 // The shape the files are read into: one column of every type. Its own, not
 // the tests' table: the seed corpus was written for exactly these columns.
-Table *makeTable()
+Table *makeTable(bool keyed)
 {
     auto *t = new Table(QStringLiteral("orders"));
     t->addColumn(QStringLiteral("key"), FieldType::Integer, 0, false);
@@ -34,6 +36,8 @@ Table *makeTable()
     t->addColumn(QStringLiteral("time"), FieldType::DateTime);
     t->addColumn(QStringLiteral("text"), FieldType::String);
     t->addColumn(QStringLiteral("board"), FieldType::BoardList);
+    if (keyed)
+        MasterIndex_Fast::createMasterIndex(t, { QStringLiteral("key") });
     return t;
 }
 
@@ -112,15 +116,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const int mode = (data[0] & 3) % 3;
     const bool addColumns = data[0] & 4;
+    const bool keyed = data[0] & 8;
     const QByteArray input(reinterpret_cast<const char *>(data) + 1, int(size) - 1);
 
-    std::unique_ptr<Table> first(makeTable());
+    std::unique_ptr<Table> first(makeTable(keyed));
     QString error;
     if (!read(first.get(), input, mode, addColumns, &error))
         return 0;
     const QByteArray written = write(first.get());
 
-    std::unique_ptr<Table> second(makeTable());
+    std::unique_ptr<Table> second(makeTable(keyed));
     FUZZ_CHECK(read(second.get(), written, 0, true, &error) && error.isEmpty(),
                QStringLiteral("a written file read back with: ") + error);
     FUZZ_CHECK(second->rowCount() == first->rowCount(),

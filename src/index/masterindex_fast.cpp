@@ -94,6 +94,11 @@ void MasterIndex_Fast::update(const Record &record, int first, int last, int ind
 void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record> &updated,
                                int first, int last, const QList<Record> &inserted)
 {
+    if (count() == 0 && removed.isEmpty() && updated.isEmpty()
+        && keyPrefixKind() != NoKeyPrefix) {
+        fill(inserted);
+        return;
+    }
     bool stale = false;
     for (const Record &row : removed)
         stale = !m_keys->remove(row) || stale;
@@ -107,12 +112,77 @@ void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record>
             stale = !m_keys->holds(row) || stale;
     }
     MasterIndexKey<MasterIndex_Fast_Pure>::process(removed, updated, first, last, inserted);
+    m_keys->reserve(m_keys->count() + inserted.size());
     for (const Record &row : inserted) {
         if (filter(row))
             m_keys->insert(row);
     }
     if (stale)
         rehash();
+}
+
+void MasterIndex_Fast::fill(const QList<Record> &inserted)
+{
+    timer.restart();
+    // Where IndexSort::process would place them (a stable sort by key), but
+    // each row is counted in the order it came, which is the order of memory
+    // for a table being read, and then moved, not copied, into key order.
+    for (const Record &row : inserted) {
+        if (filter(row))
+            m_list.append(row);
+    }
+    sortFilled();
+    m_nsecsElapsed += timer.nsecsElapsed();
+    // A second reading on purpose, as in Index::process.
+    m_nsecsElapsedTotal += timer.nsecsElapsed();
+}
+
+void MasterIndex_Fast::sortFilled()
+{
+    IndexSort::resort();
+    // Every prefix in the list is that of the row's present key bytes.
+    m_keys->rebuildSorted(begin(), end(), count(), [](PartitionList<Record>::const_iterator it) {
+        return PartitionList<Record>::key(it);
+    });
+}
+
+MasterIndex_Fast::Filler::Filler(MasterIndex_Fast *index) : m_index(index)
+{
+    // With nothing in it a batch only starts the index's key prefixes, so
+    // that each row's prefix is taken as it comes.
+    m_index->IndexSort::preprocess({}, {}, -1, -1, {}, {});
+}
+
+MasterIndex_Fast::Filler::~Filler()
+{
+    finish();
+}
+
+void MasterIndex_Fast::Filler::append(Record &&row)
+{
+    if (m_index->filter(row))
+        m_index->m_list.append(std::move(row));
+}
+
+void MasterIndex_Fast::Filler::keepFirst(int n)
+{
+    const int count = m_index->count();
+    if (n >= count)
+        return;
+    RangeSet<int> tail;
+    tail.add(n, count);
+    m_index->m_list.removeRanges(tail);
+}
+
+void MasterIndex_Fast::Filler::finish()
+{
+    if (m_done)
+        return;
+    m_done = true;
+    m_index->timer.restart();
+    m_index->sortFilled();
+    m_index->m_nsecsElapsed += m_index->timer.nsecsElapsed();
+    m_nsecsElapsedTotal += m_index->timer.nsecsElapsed();
 }
 
 QString MasterIndex_Fast::getClassName() const

@@ -40,6 +40,33 @@ public:
 
     QString getClassName() const override; // "MasterIndex_Fast"
 
+    // Fills an empty index with the rows of a table being read, which no one
+    // looks at until the filler is done: each row goes into the list as it
+    // comes, while it is still in the cache, and finish() sorts the list and
+    // enters the keys once. The index ends as process() with all appended rows
+    // as `inserted` leaves an empty index. finish() may throw std::bad_alloc;
+    // call it before the filler goes (the destructor finishes an unfinished
+    // filler, and a failure there ends the program).
+    // REQUIRES: the index is empty and is not otherwise used meanwhile.
+    class TABLEDB_EXPORT Filler
+    {
+    public:
+        explicit Filler(MasterIndex_Fast *index);
+        ~Filler();
+        Filler(const Filler &) = delete;
+        Filler &operator=(const Filler &) = delete;
+
+        // Takes `row` over.
+        void append(Record &&row);
+        // Drops the rows appended after the first `n`.
+        void keepFirst(int n);
+        void finish();
+
+    private:
+        MasterIndex_Fast *m_index;
+        bool m_done = false;
+    };
+
     // create() falls back to a MasterIndex_Column when the columns do not
     // qualify, and logs the reason as a warning; the fallback's own failure
     // (an unknown column) is thrown. The other two as for MasterIndex_Column.
@@ -50,6 +77,11 @@ public:
 private:
     // Enters the list's rows afresh: after a key was written in place.
     void rehash();
+    // process() of an empty index given only new rows (a table being read).
+    // REQUIRES: key prefixes.
+    void fill(const QList<Record> &inserted);
+    // Sorts the list beside its prefixes and enters its keys afresh.
+    void sortFilled();
 
     std::unique_ptr<MasterKeyHash> m_keys;
 };

@@ -4,6 +4,9 @@
 #include "table/record.h"
 
 #include <QVector>
+#include <QtEndian>
+
+#include <cstring>
 
 // The rows of a Fast key master by their key bytes, read where they sit in
 // each row: an O(1) lookup beside the sorted list. Open addressing with linear
@@ -31,6 +34,9 @@ public:
     int count() const { return m_count; }
 
     void insert(const Record &row);
+    // Room for `count` entries in all, so that inserting up to there does
+    // not rehash.
+    void reserve(int count);
     // Takes the entry of `row` out, found under its present key. False if it
     // is not there (its key changed since it went in, or it never did).
     bool remove(const Record &row);
@@ -48,6 +54,47 @@ public:
         for (Iterator it = begin; it != end && !m_givenUp; ++it)
             insert(*it);
     }
+    // rebuild() for rows in the order of their present key bytes, with
+    // prefix(it) their first eight key bytes read as a big-endian number:
+    // equal keys are neighbours, so no entry is compared with another, and an
+    // eight-byte key is hashed from its prefix without reading the row.
+    template <typename Iterator, typename Prefix>
+    void rebuildSorted(Iterator begin, Iterator end, int count, Prefix prefix)
+    {
+        clear();
+        reserve(count);
+        // Slots are far apart in a large table: each row's slot is fetched
+        // some rows ahead of its placing, so that the misses overlap.
+        const int ahead = 16;
+        struct Pending
+        {
+            unsigned hash;
+            unsigned char *row;
+        } pending[ahead];
+        int queued = 0;
+        const int mask = m_rows.size() - 1;
+        const unsigned char *previous = nullptr;
+        quint64 previousPrefix = 0;
+        for (Iterator it = begin; it != end; ++it) {
+            unsigned char *row = const_cast<unsigned char *>(it->rowPtr());
+            const quint64 p = prefix(it);
+            if (previous && p == previousPrefix
+                && (m_size == 8 || std::memcmp(keyOf(previous), keyOf(row), size_t(m_size)) == 0))
+                ++m_duplicates;
+            previous = row;
+            previousPrefix = p;
+            const unsigned hash = m_size == 8 ? hashOfWord(qbswap(p)) : hashOf(keyOf(row));
+            __builtin_prefetch(m_rows.constData() + (int(hash) & mask));
+            Pending &slot = pending[queued % ahead];
+            if (queued >= ahead)
+                placeNew(slot.hash, slot.row);
+            slot = { hash, row };
+            ++queued;
+        }
+        // The last ones, in the order they came.
+        for (int i = qMax(0, queued - ahead); i < queued; ++i)
+            placeNew(pending[i % ahead].hash, pending[i % ahead].row);
+    }
 
 private:
     const char *keyOf(const unsigned char *row) const
@@ -55,8 +102,24 @@ private:
         return reinterpret_cast<const char *>(row + m_offset);
     }
     unsigned hashOf(const char *key) const;
-    void reserve(int count);
+    // hashOf() of an eight-byte key, given as its little-endian word.
+    static unsigned hashOfWord(quint64 word)
+    {
+        quint64 h = (0x9e3779b97f4a7c15ULL ^ word) * 0xff51afd7ed558ccdULL;
+        return unsigned(h ^ (h >> 32));
+    }
     void place(unsigned char *row); // REQUIRES: a free slot
+    // place() of a row whose key is known to be new here. REQUIRES: a free slot.
+    void placeNew(unsigned hash, unsigned char *row)
+    {
+        const int mask = m_rows.size() - 1;
+        int slot = int(hash) & mask;
+        unsigned char **rows = m_rows.data();
+        while (rows[slot])
+            slot = (slot + 1) & mask;
+        rows[slot] = row;
+        ++m_count;
+    }
     // Empties `slot` and moves later entries of its cluster back where that
     // keeps each reachable from its home slot.
     void erase(int slot);

@@ -236,6 +236,7 @@ public:
     // Appends to the last block while it stays below 10000 elements, so append
     // alone fills a block to 9999 and never to 10000.
     void append(const T &value);
+    void append(T &&value);
     // A position on a block boundary goes at the end of the earlier block. A
     // position past the end makes a new last block; a negative one counts as 0.
     void insert(int position, const T &value);
@@ -635,7 +636,13 @@ void PartitionList<T>::refreshKeys()
 template <typename T>
 void PartitionList<T>::append(const T &value)
 {
-    T copy(value); // `value` may live in the last block
+    append(T(value)); // `value` may live in the last block
+}
+
+template <typename T>
+void PartitionList<T>::append(T &&value)
+{
+    T copy(std::move(value));
     Partition *last = m_partitions.at(m_partitions.size() - 2);
     if (!last || last->size + 1 >= m_maxPartitionSize) {
         last = newPartition(m_maxPartitionSize + 2);

@@ -5,7 +5,10 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QString>
 #include <QVector>
+
+#include <vector>
 
 class QDataStream;
 class StringPool;
@@ -25,6 +28,10 @@ public:
 
     // Whether rows carry String cells, which need a string pool to be read.
     bool hasStrings() const;
+    // On reading, a String cell of no characters takes the last text that this
+    // codec read for its column (what a reused scratch row would hold), instead
+    // of being left as it is. For rows read straight into fresh row blocks.
+    void setKeepLastText(bool keep) { m_keepLastText = keep; }
 
     void write(const unsigned char *cells, QDataStream &out);
     // The bytes of the row's file form, and the form itself written at `p`.
@@ -49,11 +56,44 @@ private:
         bool isString;
         int fileBytes; // fixed segments: sum of their pieces
         QVector<Piece> pieces; // fixed: cells and the bitmap; String: one piece
+        int text; // String: its place in m_texts
+    };
+    // The texts of one String column met so far: a file repeats few of them
+    // (accounts, codes), and one found here costs neither a QString nor a
+    // pool look-up. Direct-mapped by a hash of the characters.
+    struct TextColumn
+    {
+        std::vector<QString> recent; // pooled strings
+        int last = -1; // slot of the last text read, -1 before the first
+        int misses = 0; // since `recent` took its size
     };
     void build(const QList<const TableColumnDef *> &columns, uint64 rowLength, int nullBytes);
-    bool readString(unsigned char *cell, QDataStream &in, StringPool *pool);
+    bool readString(const Segment &s, unsigned char *cell, QDataStream &in, StringPool *pool);
+    // The pooled string of `count` units, as FieldType::stringToStringFromPool
+    // gives it.
+    const QString &pooled(int text, const ushort *units, int count, StringPool *pool);
+    // A String cell of no characters.
+    void emptyText(int text, unsigned char *cell) const;
+
+    // decode()'s plan, flat: the pieces and String cells in file order, and
+    // for each String cell the fixed bytes in front of it.
+    struct Step
+    {
+        uint64 offset; // in the cell area
+        int length; // fixed: bytes in the file; -1 for a String cell
+        int text; // String: its place in m_texts
+    };
+    struct TextStep
+    {
+        int fixedBefore;
+    };
 
     QVector<Segment> m_segments;
+    std::vector<Step> m_steps;
+    std::vector<TextStep> m_textSteps;
+    int m_fixedBytes = 0;
+    std::vector<TextColumn> m_texts;
+    bool m_keepLastText = false;
     QByteArray m_buffer; // one row's bytes on writing, a run or a text on reading
 };
 

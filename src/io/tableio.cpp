@@ -1,6 +1,8 @@
 #include "io/tableio.h"
 
 #include "index/masterindex.h"
+#include "index/masterindex_fast.h"
+#include "index/masterindex_fast_cached.h"
 #include "io/rowcodec_p.h"
 #include "io/tableio_p.h"
 #include "io/writebehinddevice_p.h"
@@ -14,6 +16,8 @@
 #include <QSet>
 #include <QtDebug>
 
+#include <cstring>
+#include <memory>
 #include <new>
 #include <typeinfo>
 
@@ -61,6 +65,79 @@ bool isPlainCopy(const QList<FieldDefConvertor *> &list, const Table *source, co
     }
     return true;
 }
+
+// `master` as a Fast key master of the library's own, or null. Such a master
+// takes a file's rows one by one and sorts them once at the end, where batch
+// after batch would each be merged into a growing list. Nothing outside can
+// watch it work. The other kinds take a file's batches faster while the rows
+// are still in the cache.
+MasterIndex_Fast *ownFastMaster(MasterIndex *master)
+{
+    if (!master)
+        return nullptr;
+    const std::type_info &kind = typeid(*master);
+    if (kind == typeid(MasterIndex_Fast) || kind == typeid(MasterIndex_Fast_Cached))
+        return static_cast<MasterIndex_Fast *>(master);
+    return nullptr;
+}
+
+// A device's bytes in blocks for the row parser, handed back as they are
+// parsed: when reading stops, the device stands just behind the last parsed
+// byte, as if each row had been read on its own. A device that can seek is
+// read straight into the block, and what was not parsed is sought back over;
+// a sequential one is peeked at, and only what was parsed is skipped.
+class BlockSource
+{
+public:
+    explicit BlockSource(QIODevice *device) : m_device(device), m_seekable(!device->isSequential())
+    {
+    }
+    ~BlockSource() { giveBack(); }
+
+    const char *data() const { return m_block.constData() + m_used; }
+    int size() const { return m_size - m_used; }
+    void consume(int n) { m_used += n; }
+
+    // Keeps the bytes not parsed yet and adds what follows them, up to a block.
+    void refill()
+    {
+        if (m_block.size() < blockBytes)
+            m_block.resize(blockBytes);
+        if (!m_seekable) {
+            if (m_used > 0)
+                m_device->skip(m_used);
+            m_used = 0;
+            m_size = int(qMax<qint64>(0, m_device->peek(m_block.data(), blockBytes)));
+            return;
+        }
+        const int kept = m_size - m_used;
+        if (kept > 0 && m_used > 0)
+            std::memmove(m_block.data(), m_block.constData() + m_used, size_t(kept));
+        m_used = 0;
+        m_size = kept;
+        const qint64 got = m_device->read(m_block.data() + kept, blockBytes - kept);
+        m_size += int(qMax<qint64>(0, got));
+    }
+    // Puts the device just behind the parsed bytes and forgets the block.
+    void giveBack()
+    {
+        if (!m_seekable) {
+            if (m_used > 0)
+                m_device->skip(m_used);
+        } else if (m_size > m_used) {
+            m_device->seek(m_device->pos() - (m_size - m_used));
+        }
+        m_used = 0;
+        m_size = 0;
+    }
+
+private:
+    QIODevice *m_device;
+    bool m_seekable;
+    QByteArray m_block;
+    int m_used = 0; // parsed bytes at the start of the block
+    int m_size = 0; // bytes in the block
+};
 
 // Deletes the convertors of one read, also when a conversion throws.
 struct ConvertorListOwner
@@ -383,39 +460,40 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
     RowCodec codec(savedDefs, saved.rowLength(), header.nullBytes);
     // The table makes its pool on first use and never frees it: ask only if needed.
     StringPool *pool = codec.hasStrings() ? table->stringPool() : nullptr;
-    // An unchanged schema takes each row in one copy instead of a call per cell.
-    const bool wholeRowCopy = isPlainCopy(convertorList.list, &saved, table);
+    // An unchanged schema takes each row straight into its new block, as a
+    // copy of a scratch row would leave it: empty texts take the column's last
+    // text, and the bitmap's bits behind the last column stay clear.
+    const bool direct = isPlainCopy(convertorList.list, &saved, table);
+    codec.setKeepLastText(direct);
+    const int tailBits = header.columnCount % 8;
+    const qint64 lastNullByte =
+            tailBits != 0 ? qint64(saved.rowLength()) + header.nullBytes - 1 : -1; // in the cells
+    const unsigned char lastNullMask = (unsigned char)((1u << tailBits) - 1);
 
     // Rows of no columns have no bytes that could prove them.
     const int rowCount = header.columnCount > 0 ? header.rowCount : 0;
     const bool plain = isPlainTrue(progress);
+    // A Fast master, the only index the table has while it is read, is filled
+    // row by row and sorted once instead of batch by batch: when no code from
+    // outside runs during the read (progress, filter, convertors), nothing can
+    // tell the difference. On an exception the table holds what the batches
+    // would have given it.
+    MasterIndex_Fast *fast = plain && convertors.isEmpty() ? ownFastMaster(table->masterIndex())
+                                                           : nullptr;
+    std::unique_ptr<MasterIndex_Fast::Filler> filler(fast ? new MasterIndex_Fast::Filler(fast)
+                                                          : nullptr);
+    int kept = 0; // rows given to the filler
     QList<Record> batch;
-    batch.reserve(batchSize);
-    // Rows are parsed from blocks peeked at on the device, and only what was
-    // parsed is consumed: the stream ends up just behind the last row, as
-    // if each row had been read on its own.
-    QIODevice *device = stream.device();
-    QByteArray block;
-    int blockUsed = 0;
-    int blockSize = 0;
-    struct Consume
-    {
-        QIODevice *device;
-        int &used;
-        ~Consume()
-        {
-            if (used > 0)
-                device->skip(used);
-        }
-    } consume{device, blockUsed};
-    auto nextRow = [&]() -> bool {
+    if (!filler)
+        batch.reserve(batchSize);
+    BlockSource bytes(stream.device());
+    auto nextRow = [&](unsigned char *cells) -> bool {
         bool fresh = false;
         for (;;) {
-            if (blockUsed < blockSize) {
-                const int n = codec.decode(block.constData() + blockUsed, blockSize - blockUsed,
-                                           scratchCells, pool);
+            if (bytes.size() > 0) {
+                const int n = codec.decode(bytes.data(), bytes.size(), cells, pool);
                 if (n > 0) {
-                    blockUsed += n;
+                    bytes.consume(n);
                     return true;
                 }
                 if (n < 0)
@@ -423,39 +501,66 @@ void TableIO::readStream(FilterProgress &progress, QDataStream &stream, bool add
             }
             if (fresh) {
                 // Wider than a block, or the stream ends inside it.
-                blockSize = 0;
-                return codec.read(scratchCells, stream, pool);
+                bytes.giveBack();
+                return codec.read(cells, stream, pool);
             }
-            if (blockUsed > 0)
-                device->skip(blockUsed);
-            blockUsed = 0;
-            block.resize(blockBytes);
-            blockSize = int(qMax<qint64>(0, device->peek(block.data(), blockBytes)));
+            bytes.refill();
             fresh = true;
         }
     };
 
     int rowsRead = 0;
-    for (; rowsRead < rowCount; ++rowsRead) {
-        if (!plain)
-            progress(rowsRead, rowCount);
-        if (!nextRow())
-            break;
-        Record row(table);
-        if (!row)
-            throw std::bad_alloc();
-        if (wholeRowCopy)
-            table->copyRowContent(row.pointer(), scratch.pointer());
-        else
-            convertDefs(convertorList.list, Table::cellsPtr(row.pointer()), scratchCells);
-        if (!plain && !progress.filter(row))
-            continue;
-        if (batch.size() >= batchSize) {
-            table->appendList(batch);
-            batch.clear();
+    try {
+        for (; rowsRead < rowCount; ++rowsRead) {
+            if (!plain)
+                progress(rowsRead, rowCount);
+            Record row;
+            if (direct) {
+                row = Record(table);
+                if (!row) {
+                    // A stream that ends here is told as such first.
+                    if (!nextRow(scratchCells))
+                        break;
+                    throw std::bad_alloc();
+                }
+                unsigned char *cells = Table::cellsPtr(row.pointer());
+                if (!nextRow(cells))
+                    break;
+                if (lastNullByte >= 0)
+                    cells[lastNullByte] &= lastNullMask;
+            } else {
+                if (!nextRow(scratchCells))
+                    break;
+                row = Record(table);
+                if (!row)
+                    throw std::bad_alloc();
+                convertDefs(convertorList.list, Table::cellsPtr(row.pointer()), scratchCells);
+            }
+            if (!plain && !progress.filter(row))
+                continue;
+            if (filler) {
+                filler->append(std::move(row));
+                ++kept;
+                continue;
+            }
+            if (batch.size() >= batchSize) {
+                table->appendList(batch);
+                batch.clear();
+            }
+            // Moved in: the row's count is not touched again.
+            batch.append(Record());
+            batch.last() = std::move(row);
         }
-        batch.append(row);
+    } catch (...) {
+        if (filler) {
+            // The batches that were full before the last row came.
+            filler->keepFirst(kept > 0 ? (kept - 1) / batchSize * batchSize : 0);
+            filler->finish();
+        }
+        throw;
     }
+    if (filler)
+        filler->finish();
     if (!batch.isEmpty())
         table->appendList(batch);
     if (rowsRead < header.rowCount)

@@ -363,3 +363,50 @@ TEST(MasterIndexFast, KeyLookupMatchesTheListUnderRandomChanges)
         }
     }
 }
+
+// An empty master given all rows in one batch, or row by row by a filler (a
+// table being read), holds the same list, in the same order among equal keys,
+// and finds the same rows by key as one fed in small batches and row by row;
+// then all go on alike. Keys of eight bytes and longer ones (whose prefix
+// does not decide), unique (looked up by hash) and met twice.
+TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
+{
+    auto table = makeTable();
+    for (int run = 0; run < 4; ++run) {
+        const QStringList columns = run % 2 ? QStringList { "id", "code" } : QStringList { "id" };
+        const bool twice = run >= 2;
+        MasterIndex_Fast whole(table.get(), columns), pieces(table.get(), columns),
+                filled(table.get(), columns);
+        std::mt19937 rng(3);
+        auto row = [&](int64 id) {
+            Record r(table.get());
+            r.data(0) = id << (rng() % 2 ? 0 : 32);
+            r.data(1) = QStringLiteral("c%1").arg(twice ? rng() % 3 : 0);
+            return r;
+        };
+        QList<Record> rows, more; // `more` comes in later
+        for (int i = 0; i < 3050; ++i)
+            (i < 3000 ? rows : more).append(row(twice ? int64(rng() % 2500) : int64(i) * 7919));
+        whole.process({}, {}, -1, -1, rows);
+        MasterIndex_Fast::Filler filler(&filled);
+        for (const Record &r : rows + QList<Record> { Record(table.get()) })
+            filler.append(Record(r));
+        filler.keepFirst(rows.size()); // the blank row goes
+        filler.finish();
+        for (int at = 0, n = 0; at < rows.size(); at += n, n = int(rng() % 300))
+            n == 0 ? pieces.add(rows.at(at++)) : pieces.process({}, {}, -1, -1, rows.mid(at, n));
+        for (int step = 0; step < 2; ++step) {
+            SCOPED_TRACE(testing::Message() << "run " << run << " step " << step);
+            for (const MasterIndex_Fast *index : { &pieces, &filled }) {
+                ASSERT_TRUE(std::equal(whole.begin(), whole.end(), index->begin(), index->end()));
+                for (const Record &probe : rows.mid(0, 300) + more + QList<Record> { row(1) }) {
+                    const MasterKey key = whole.keyRecord(probe);
+                    ASSERT_EQ(index->findKey(key, -1), firstOfKey(*index, key));
+                    ASSERT_EQ(whole.findKey(key, -1), firstOfKey(whole, key));
+                }
+            }
+            for (MasterIndex_Fast *index : { &whole, &pieces, &filled })
+                index->process(rows.mid(0, 700), {}, -1, -1, more);
+        }
+    }
+}

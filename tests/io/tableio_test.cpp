@@ -229,6 +229,50 @@ TEST(TableIO, ProgressAndFilterSeeEveryRow)
     EXPECT_EQ(t->rowCount(), even);
 }
 
+// A String cell written without characters (NULL or not) takes the text of
+// the last earlier row that had one in its column, whether rows go straight
+// into their blocks (same columns) or through the convertors (a column more);
+// equal texts share one string. More texts than a column remembers.
+TEST(TableIO, EmptyTextsTakeTheLastTextOfTheirColumn)
+{
+    auto makeTable = [](int columns) {
+        auto *t = new Table(QStringLiteral("texts"));
+        for (int c = 0; c < columns; ++c)
+            t->addColumn(QStringLiteral("c%1").arg(c), c < 2 ? FieldType::String : FieldType::Integer);
+        return t;
+    };
+    std::unique_ptr<Table> t(makeTable(2));
+    std::mt19937 rng(5);
+    QStringList expected[2]; // per column, as the model says
+    QString last[2];
+    for (int i = 0; i < 6000; ++i) {
+        Record row(t.get());
+        for (int k = 0; k < 2; ++k) {
+            if (rng() % 4 != 0)
+                row.data(k).clearNull(); // else NULL and empty
+            if (rng() % 4 != 0)
+                row.data(k).storeString(last[k] = QStringLiteral("t%1").arg(rng() % (k ? 20 : 3000)));
+            expected[k].append(last[k]);
+        }
+        row.append();
+    }
+    for (int columns : {2, 3}) {
+        std::unique_ptr<Table> back(makeTable(columns));
+        QDataStream in(writeTable(t.get()));
+        TableIO(back.get()).read(in);
+        ASSERT_EQ(back->rowCount(), t->rowCount());
+        QHash<QString, const QChar *> shared;
+        for (int r = 0; r < back->rowCount(); ++r) {
+            for (int k = 0; k < 2; ++k) {
+                ASSERT_EQ(back->at(r).data(k).isNull(), t->at(r).data(k).isNull()) << r;
+                const QString text = *reinterpret_cast<const QString *>(back->at(r).data(k).data());
+                ASSERT_EQ(text, expected[k].at(r)) << r << " of " << columns;
+                ASSERT_EQ(shared.insert(text, shared.value(text, text.constData())).value(), text.constData());
+            }
+        }
+    }
+}
+
 TEST(TableIO, RowListsFollowEachOtherOnOneStream)
 {
     TestAppHub hub;
