@@ -5,6 +5,7 @@
 void MasterKeyHash::clear()
 {
     m_rows.clear();
+    m_hashes.clear();
     m_count = 0;
     m_duplicates = 0;
     m_givenUp = false;
@@ -14,6 +15,7 @@ void MasterKeyHash::giveUp()
 {
     // The counts are left to the next clear().
     m_rows = QVector<unsigned char *>();
+    m_hashes = QVector<unsigned>();
     m_givenUp = true;
 }
 
@@ -38,12 +40,14 @@ void MasterKeyHash::reserve(int count)
     while (capacity < 2 * count + 2)
         capacity *= 2;
     QVector<unsigned char *> rows(capacity, nullptr);
+    QVector<unsigned> hashes(capacity, 0);
     rows.swap(m_rows);
+    hashes.swap(m_hashes);
     m_count = 0;
-    m_duplicates = 0;
-    for (unsigned char *row : qAsConst(rows)) {
-        if (row)
-            place(row);
+    // Every key is known to differ from the others already here.
+    for (int i = 0; i < rows.size(); ++i) {
+        if (rows.at(i))
+            placeNew(hashes.at(i), rows.at(i));
     }
 }
 
@@ -52,21 +56,24 @@ void MasterKeyHash::insert(const Record &row)
     if (m_givenUp)
         return;
     reserve(m_count + 1);
-    place(const_cast<unsigned char *>(row.rowPtr()));
+    unsigned char *p = const_cast<unsigned char *>(row.rowPtr());
+    place(p, hashOf(keyOf(p)));
     if (m_duplicates > 0)
         giveUp();
 }
 
-void MasterKeyHash::place(unsigned char *row)
+void MasterKeyHash::place(unsigned char *row, unsigned hash)
 {
     const char *key = keyOf(row);
     const int mask = m_rows.size() - 1;
-    int slot = int(hashOf(key)) & mask;
+    int slot = int(hash) & mask;
     for (; m_rows.at(slot); slot = (slot + 1) & mask) {
-        if (std::memcmp(keyOf(m_rows.at(slot)), key, size_t(m_size)) == 0)
+        if (m_hashes.at(slot) == hash
+            && std::memcmp(keyOf(m_rows.at(slot)), key, size_t(m_size)) == 0)
             ++m_duplicates;
     }
     m_rows[slot] = row;
+    m_hashes[slot] = hash;
     ++m_count;
 }
 
@@ -80,11 +87,12 @@ void MasterKeyHash::erase(int slot)
             break;
         // An entry may fill the hole unless its home lies after the hole, up
         // to where it stands (cyclically).
-        const int home = int(hashOf(keyOf(at))) & mask;
+        const int home = int(m_hashes.at(next)) & mask;
         const bool homeAfterHole =
                 hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
         if (!homeAfterHole) {
             m_rows[hole] = at;
+            m_hashes[hole] = m_hashes.at(next);
             hole = next;
         }
     }
@@ -99,7 +107,8 @@ bool MasterKeyHash::remove(const Record &row)
     if (m_rows.isEmpty() || row.isNull())
         return false;
     const int mask = m_rows.size() - 1;
-    for (int slot = int(hashOf(keyOf(row.rowPtr()))) & mask;; slot = (slot + 1) & mask) {
+    const unsigned hash = hashOf(keyOf(row.rowPtr()));
+    for (int slot = int(hash) & mask;; slot = (slot + 1) & mask) {
         unsigned char *at = m_rows.at(slot);
         if (!at)
             return false;
@@ -115,11 +124,12 @@ unsigned char *MasterKeyHash::find(const char *key) const
     if (m_rows.isEmpty())
         return nullptr;
     const int mask = m_rows.size() - 1;
-    for (int slot = int(hashOf(key)) & mask;; slot = (slot + 1) & mask) {
+    const unsigned hash = hashOf(key);
+    for (int slot = int(hash) & mask;; slot = (slot + 1) & mask) {
         unsigned char *at = m_rows.at(slot);
         if (!at)
             return nullptr;
-        if (std::memcmp(keyOf(at), key, size_t(m_size)) == 0)
+        if (m_hashes.at(slot) == hash && std::memcmp(keyOf(at), key, size_t(m_size)) == 0)
             return at;
     }
 }

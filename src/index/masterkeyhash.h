@@ -21,6 +21,9 @@
 // the next clear() or rebuild(). An index whose keys repeat pays neither the
 // memory nor the probes along runs of equal keys.
 //
+// Each slot keeps its row's hash beside it: a probe reads a row only when the
+// hashes agree, and neither a removal nor a rehash reads rows at all.
+//
 // Not thread-safe for writers; several readers may find() at once.
 class MasterKeyHash
 {
@@ -85,6 +88,7 @@ public:
             previousPrefix = p;
             const unsigned hash = m_size == 8 ? hashOfWord(qbswap(p)) : hashOf(keyOf(row));
             __builtin_prefetch(m_rows.constData() + (int(hash) & mask));
+            __builtin_prefetch(m_hashes.constData() + (int(hash) & mask));
             Pending &slot = pending[queued % ahead];
             if (queued >= ahead)
                 placeNew(slot.hash, slot.row);
@@ -108,7 +112,7 @@ private:
         quint64 h = (0x9e3779b97f4a7c15ULL ^ word) * 0xff51afd7ed558ccdULL;
         return unsigned(h ^ (h >> 32));
     }
-    void place(unsigned char *row); // REQUIRES: a free slot
+    void place(unsigned char *row, unsigned hash); // REQUIRES: a free slot
     // place() of a row whose key is known to be new here. REQUIRES: a free slot.
     void placeNew(unsigned hash, unsigned char *row)
     {
@@ -118,6 +122,7 @@ private:
         while (rows[slot])
             slot = (slot + 1) & mask;
         rows[slot] = row;
+        m_hashes[slot] = hash;
         ++m_count;
     }
     // Empties `slot` and moves later entries of its cluster back where that
@@ -131,6 +136,7 @@ private:
     int m_duplicates = 0; // insertions that met an equal key
     bool m_givenUp = false; // keys repeat: nothing is kept
     QVector<unsigned char *> m_rows; // null: empty
+    QVector<unsigned> m_hashes; // hashOf() of the row in the same slot
 };
 
 #endif // TABLEDB_INDEX_MASTERKEYHASH_H
