@@ -167,6 +167,17 @@ public:
         }
         return 0;
     }
+    // A batch that writes none of the view's columns moves none of its rows.
+    bool unaffectedBy(int first, int last) const override
+    {
+        if (first < 0 || last < 0)
+            return false;
+        for (int c : m_columns) {
+            if (c >= first && c <= last)
+                return false;
+        }
+        return true;
+    }
     KeyPrefixKind keyPrefixKind() const override { return ExactKeyPrefix; }
     quint64 keyPrefix(const Record &row) const override
     {

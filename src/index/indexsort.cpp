@@ -771,9 +771,14 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     const bool noted = !d->places.isEmpty() && d->updated.size() == updated.size()
             && d->updated.constBegin() == updated.constBegin();
     for (int i = 0; i < updated.size(); ++i) {
-        const int place = unaffected ? int(IndexSortEntry::Kept)
-                                     : noted ? d->places.at(i) : int(IndexSortEntry::Unknown);
-        entries.append({ &updated.at(i), place, i });
+        // A batch that cannot move a row leaves the updated rows where they
+        // stand; only one that fails filter() after all is looked for.
+        if (unaffected) {
+            if (!filter(updated.at(i)))
+                entries.append({ &updated.at(i), IndexSortEntry::Unknown, i });
+            continue;
+        }
+        entries.append({ &updated.at(i), noted ? d->places.at(i) : int(IndexSortEntry::Unknown), i });
     }
     d->updated.clear();
     d->places.clear();
