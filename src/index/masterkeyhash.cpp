@@ -4,8 +4,7 @@
 
 void MasterKeyHash::clear()
 {
-    m_rows.clear();
-    m_hashes.clear();
+    m_slots.clear();
     m_count = 0;
     m_duplicates = 0;
     m_givenUp = false;
@@ -14,8 +13,7 @@ void MasterKeyHash::clear()
 void MasterKeyHash::giveUp()
 {
     // The counts are left to the next clear().
-    m_rows = QVector<unsigned char *>();
-    m_hashes = QVector<unsigned>();
+    m_slots = QVector<Slot>();
     m_givenUp = true;
 }
 
@@ -34,20 +32,18 @@ unsigned MasterKeyHash::hashOf(const char *key) const
 void MasterKeyHash::reserve(int count)
 {
     // Below half full, so that probes stay short.
-    if (2 * count + 2 <= m_rows.size())
+    if (2 * count + 2 <= m_slots.size())
         return;
     int capacity = 16;
     while (capacity < 2 * count + 2)
         capacity *= 2;
-    QVector<unsigned char *> rows(capacity, nullptr);
-    QVector<unsigned> hashes(capacity, 0);
-    rows.swap(m_rows);
-    hashes.swap(m_hashes);
+    QVector<Slot> old(capacity, Slot { nullptr, 0 });
+    old.swap(m_slots);
     m_count = 0;
     // Every key is known to differ from the others already here.
-    for (int i = 0; i < rows.size(); ++i) {
-        if (rows.at(i))
-            placeNew(hashes.at(i), rows.at(i));
+    for (const Slot &slot : qAsConst(old)) {
+        if (slot.row)
+            placeNew(slot.hash, slot.row);
     }
 }
 
@@ -65,38 +61,36 @@ void MasterKeyHash::insert(const Record &row)
 void MasterKeyHash::place(unsigned char *row, unsigned hash)
 {
     const char *key = keyOf(row);
-    const int mask = m_rows.size() - 1;
+    const int mask = m_slots.size() - 1;
     int slot = int(hash) & mask;
-    for (; m_rows.at(slot); slot = (slot + 1) & mask) {
-        if (m_hashes.at(slot) == hash
-            && std::memcmp(keyOf(m_rows.at(slot)), key, size_t(m_size)) == 0)
+    for (; m_slots.at(slot).row; slot = (slot + 1) & mask) {
+        const Slot &at = m_slots.at(slot);
+        if (at.hash == hash && std::memcmp(keyOf(at.row), key, size_t(m_size)) == 0)
             ++m_duplicates;
     }
-    m_rows[slot] = row;
-    m_hashes[slot] = hash;
+    m_slots[slot] = { row, hash };
     ++m_count;
 }
 
 void MasterKeyHash::erase(int slot)
 {
-    const int mask = m_rows.size() - 1;
+    const int mask = m_slots.size() - 1;
     int hole = slot;
     for (int next = (slot + 1) & mask;; next = (next + 1) & mask) {
-        unsigned char *at = m_rows.at(next);
-        if (!at)
+        const Slot at = m_slots.at(next);
+        if (!at.row)
             break;
         // An entry may fill the hole unless its home lies after the hole, up
         // to where it stands (cyclically).
-        const int home = int(m_hashes.at(next)) & mask;
+        const int home = int(at.hash) & mask;
         const bool homeAfterHole =
                 hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
         if (!homeAfterHole) {
-            m_rows[hole] = at;
-            m_hashes[hole] = m_hashes.at(next);
+            m_slots[hole] = at;
             hole = next;
         }
     }
-    m_rows[hole] = nullptr;
+    m_slots[hole] = { nullptr, 0 };
     --m_count;
 }
 
@@ -104,12 +98,11 @@ bool MasterKeyHash::remove(const Record &row)
 {
     if (m_givenUp)
         return true;
-    if (m_rows.isEmpty() || row.isNull())
+    if (m_slots.isEmpty() || row.isNull())
         return false;
-    const int mask = m_rows.size() - 1;
-    const unsigned hash = hashOf(keyOf(row.rowPtr()));
-    for (int slot = int(hash) & mask;; slot = (slot + 1) & mask) {
-        unsigned char *at = m_rows.at(slot);
+    const int mask = m_slots.size() - 1;
+    for (int slot = int(hashOf(keyOf(row.rowPtr()))) & mask;; slot = (slot + 1) & mask) {
+        const unsigned char *at = m_slots.at(slot).row;
         if (!at)
             return false;
         if (at == row.rowPtr()) {
@@ -121,16 +114,16 @@ bool MasterKeyHash::remove(const Record &row)
 
 unsigned char *MasterKeyHash::find(const char *key) const
 {
-    if (m_rows.isEmpty())
+    if (m_slots.isEmpty())
         return nullptr;
-    const int mask = m_rows.size() - 1;
+    const int mask = m_slots.size() - 1;
     const unsigned hash = hashOf(key);
     for (int slot = int(hash) & mask;; slot = (slot + 1) & mask) {
-        unsigned char *at = m_rows.at(slot);
-        if (!at)
+        const Slot &at = m_slots.at(slot);
+        if (!at.row)
             return nullptr;
-        if (m_hashes.at(slot) == hash && std::memcmp(keyOf(at), key, size_t(m_size)) == 0)
-            return at;
+        if (at.hash == hash && std::memcmp(keyOf(at.row), key, size_t(m_size)) == 0)
+            return at.row;
     }
 }
 

@@ -21,8 +21,8 @@
 // the next clear() or rebuild(). An index whose keys repeat pays neither the
 // memory nor the probes along runs of equal keys.
 //
-// Each slot keeps its row's hash beside it: a probe reads a row only when the
-// hashes agree, and neither a removal nor a rehash reads rows at all.
+// Each slot keeps its row's hash beside the row: a probe reads a row only when
+// the hashes agree, and neither a removal nor a rehash reads rows at all.
 //
 // Not thread-safe for writers; several readers may find() at once.
 class MasterKeyHash
@@ -75,7 +75,7 @@ public:
             unsigned char *row;
         } pending[ahead];
         int queued = 0;
-        const int mask = m_rows.size() - 1;
+        const int mask = m_slots.size() - 1;
         const unsigned char *previous = nullptr;
         quint64 previousPrefix = 0;
         for (Iterator it = begin; it != end; ++it) {
@@ -87,8 +87,7 @@ public:
             previous = row;
             previousPrefix = p;
             const unsigned hash = m_size == 8 ? hashOfWord(qbswap(p)) : hashOf(keyOf(row));
-            __builtin_prefetch(m_rows.constData() + (int(hash) & mask));
-            __builtin_prefetch(m_hashes.constData() + (int(hash) & mask));
+            __builtin_prefetch(m_slots.constData() + (int(hash) & mask));
             Pending &slot = pending[queued % ahead];
             if (queued >= ahead)
                 placeNew(slot.hash, slot.row);
@@ -116,13 +115,12 @@ private:
     // place() of a row whose key is known to be new here. REQUIRES: a free slot.
     void placeNew(unsigned hash, unsigned char *row)
     {
-        const int mask = m_rows.size() - 1;
+        const int mask = m_slots.size() - 1;
         int slot = int(hash) & mask;
-        unsigned char **rows = m_rows.data();
-        while (rows[slot])
+        Slot *table = m_slots.data();
+        while (table[slot].row)
             slot = (slot + 1) & mask;
-        rows[slot] = row;
-        m_hashes[slot] = hash;
+        table[slot] = { row, hash };
         ++m_count;
     }
     // Empties `slot` and moves later entries of its cluster back where that
@@ -135,8 +133,13 @@ private:
     int m_count = 0;
     int m_duplicates = 0; // insertions that met an equal key
     bool m_givenUp = false; // keys repeat: nothing is kept
-    QVector<unsigned char *> m_rows; // null: empty
-    QVector<unsigned> m_hashes; // hashOf() of the row in the same slot
+    // A row with its hash, side by side, so that a probe costs one cache line.
+    struct Slot
+    {
+        unsigned char *row; // null: empty
+        unsigned hash; // hashOf() of the row's key
+    };
+    QVector<Slot> m_slots;
 };
 
 #endif // TABLEDB_INDEX_MASTERKEYHASH_H
