@@ -59,10 +59,13 @@ public:
 
     // An optional 64-bit summary of a row's key that keeps the order, so that
     // searches and batches compare numbers instead of reading rows. The index
-    // keeps the prefix of each row beside it, taken when the row was placed;
-    // compare() is called only between rows of equal prefix, and never with
-    // ExactKeyPrefix. keyPrefixKind() is asked once, at the index's first
-    // change, and must not change afterwards. NoKeyPrefix by default.
+    // keeps the prefix of each row beside it, taken when the row was placed,
+    // so a key search sees a row written in place but not yet reported as it
+    // was. Searches and batches call compare() only between rows of equal
+    // prefix, and never with ExactKeyPrefix; update() of one row and
+    // searchFull() still compare rows. keyPrefixKind() is asked once, at the
+    // index's first change, and must not change afterwards. NoKeyPrefix by
+    // default.
     // REQUIRES: keyPrefix(a) < keyPrefix(b) implies compare(a, b) < 0, for any
     // two rows that compare() accepts; with ExactKeyPrefix also keyPrefix(a) ==
     // keyPrefix(b) implies compare(a, b) == 0. The same rules as for compare()
