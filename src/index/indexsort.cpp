@@ -7,6 +7,7 @@
 #include "table/table.h"
 
 #include <QMessageLogger>
+#include <QScopedValueRollback>
 
 #include <algorithm>
 #include <cstring>
@@ -68,6 +69,31 @@ bool isOwn(const IndexSort *object, Member member)
     return f && f == finalOverrider(&plain, member);
 }
 
+// Entries found by the address of their row: open addressing over at least
+// twice as many slots as entries, each slot an entry number or -1.
+class AddressTable
+{
+public:
+    explicit AddressTable(int count)
+    {
+        while ((1 << m_bits) < 2 * count)
+            ++m_bits;
+        m_slots.assign(size_t(1) << m_bits, -1);
+    }
+    // The first slot to look at for `row`, and the one after `slot`.
+    size_t home(const Record &row) const
+    {
+        const quint64 address = quint64(quintptr(row.rowPtr()));
+        return size_t(((address >> 3) * 0x9E3779B97F4A7C15ULL) >> (64 - m_bits));
+    }
+    size_t next(size_t slot) const { return (slot + 1) & (m_slots.size() - 1); }
+    int &operator[](size_t slot) { return m_slots[slot]; }
+
+private:
+    int m_bits = 4;
+    std::vector<int> m_slots;
+};
+
 } // namespace
 
 IndexSort::IndexSort(Table *table, bool registered)
@@ -95,15 +121,6 @@ IndexSort::KeyPrefixKind IndexSort::keyPrefixKind() const
 quint64 IndexSort::keyPrefix(const Record &) const
 {
     return 0;
-}
-
-quint64 IndexSort::prefixOf(double value)
-{
-    // IEEE order: flip all bits of negatives, the sign bit of the rest. NaN
-    // and -0 are left to compare().
-    quint64 bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return (bits >> 63) ? ~bits : bits ^ (quint64(1) << 63);
 }
 
 namespace {
@@ -221,15 +238,15 @@ quint64 IndexSort::prefixNow(const Record &row) const
     return m_list.hasKeys() ? keyPrefix(row) : 0;
 }
 
-std::pair<int, ConstIterator> IndexSort::bound(const Record &record, bool upper, int from) const
+std::pair<int, ConstIterator> IndexSort::bound(const Record &record, bool upper) const
 {
-    int lo = from;
+    int lo = 0;
     int hi = count();
     ConstIterator loIt;
     if (m_list.hasKeys()) {
         // The prefixes narrow the search to the rows of an equal prefix.
         const quint64 key = keyPrefix(record);
-        const auto first = m_list.keyBound(key, false, from);
+        const auto first = m_list.keyBound(key, false, 0);
         if (d->exact)
             return upper ? m_list.keyBound(key, true, first.first) : first;
         lo = first.first;
@@ -257,11 +274,6 @@ std::pair<int, ConstIterator> IndexSort::bound(const Record &record, bool upper,
 int IndexSort::indexOfAdd(const Record &record) const
 {
     return bound(record, true).first;
-}
-
-ConstIterator IndexSort::lowerBound(const Record &record) const
-{
-    return bound(record, false).second;
 }
 
 int IndexSort::searchFirst(const Record &record, int from, bool byPrefix) const
@@ -365,6 +377,10 @@ Record IndexSort::find(const Record &record, int from) const
 
 void IndexSort::add(const Record &record)
 {
+    if (d->appending) {
+        m_list.append(record);
+        return;
+    }
     checkKeyPrefix();
     if (m_list.hasKeys()) {
         const quint64 key = keyPrefix(record);
@@ -377,20 +393,11 @@ void IndexSort::add(const Record &record)
 void IndexSort::build()
 {
     checkKeyPrefix();
-    if (!IndexSortPrivate::isOwnAdd(this)) {
-        IndexList::build();
-    } else if (m_table) {
+    {
         // Appending in the master's order and one stable sort place every row
         // where add() would have: behind the rows of its key, in that order.
-        TableLocker locker(m_table);
-        const MasterIndex *master = m_table->masterIndex();
-        if (master && static_cast<const Index *>(master) != this) {
-            const IndexIterative *source = master;
-            for (auto it = source->begin(), end = source->end(); it != end; ++it) {
-                if (filter(*it))
-                    m_list.append(*it);
-            }
-        }
+        const QScopedValueRollback<bool> appending(d->appending, IndexSortPrivate::isOwnAdd(this));
+        IndexList::build();
     }
     resort();
     // A resort() of a subclass may have moved rows without their prefixes.
@@ -413,11 +420,8 @@ void IndexSort::resort()
     rows.reserve(size_t(m_list.count()));
     for (auto it = m_list.begin(), e = m_list.end(); it != e; ++it)
         rows.push_back({ PartitionList<Record>::key(it), std::move(*it) });
-    const bool exact = d->exact;
-    const auto lessThan = [this, exact](const KeyedRow &a, const KeyedRow &b) {
-        if (a.key != b.key)
-            return a.key < b.key;
-        return !exact && compare(a.row, b.row) < 0;
+    const auto lessThan = [this](const KeyedRow &a, const KeyedRow &b) {
+        return compareKeyed(a.key, a.row, b.key, b.row) < 0;
     };
     const bool sorted = std::is_sorted(rows.begin(), rows.end(), lessThan);
     if (!sorted)
@@ -520,17 +524,10 @@ void IndexSortPrivate::dedupe(QVector<IndexSortEntry> &entries, bool keepKept)
     const int n = entries.size();
     if (n < 2)
         return;
-    // Open addressing by row address over the entries kept so far.
-    int bits = 4;
-    while ((1 << bits) < 2 * n)
-        ++bits;
-    const size_t mask = (size_t(1) << bits) - 1;
-    std::vector<int> seen(mask + 1, -1);
+    AddressTable seen(n); // the entries kept so far
     int out = 0;
     for (int i = 0; i < n; ++i) {
-        const quint64 address = quint64(quintptr(entries.at(i).row->rowPtr()));
-        size_t h = size_t(((address >> 3) * 0x9E3779B97F4A7C15ULL) >> (64 - bits));
-        for (;; h = (h + 1) & mask) {
+        for (size_t h = seen.home(*entries.at(i).row);; h = seen.next(h)) {
             const int at = seen[h];
             if (at < 0) {
                 seen[h] = out;
@@ -675,24 +672,17 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
     if (missed.isEmpty())
         return;
     // The walk looks each row of the list up among the missed ones by address.
-    int bits = 4;
-    while ((1 << bits) < 2 * missed.size())
-        ++bits;
-    const size_t mask = (size_t(1) << bits) - 1;
-    const auto slotOf = [bits](const Record &r) {
-        return size_t(((quint64(quintptr(r.rowPtr())) >> 3) * 0x9E3779B97F4A7C15ULL) >> (64 - bits));
-    };
-    std::vector<int> table(mask + 1, -1);
+    AddressTable table(missed.size());
     for (int m : qAsConst(missed)) {
-        size_t h = slotOf(*entries.at(m).row);
+        size_t h = table.home(*entries.at(m).row);
         while (table[h] >= 0)
-            h = (h + 1) & mask;
+            h = table.next(h);
         table[h] = m;
     }
     int left = missed.size();
     int p = 0;
     for (ConstIterator it = index.begin(), last = index.end(); it != last && left > 0; ++it, ++p) {
-        for (size_t h = slotOf(*it); table[h] >= 0; h = (h + 1) & mask) {
+        for (size_t h = table.home(*it); table[h] >= 0; h = table.next(h)) {
             if (*entries.at(table[h]).row == *it) {
                 IndexSortEntry &e = entries[table[h]];
                 if (e.position == IndexSortEntry::NotFound) {
@@ -953,10 +943,8 @@ void IndexSort::placeKeyed(const std::vector<const Record *> &incoming)
     for (const Record *row : incoming)
         rows.push_back({ keyPrefix(*row), row });
     const bool exact = d->exact;
-    const auto lessThan = [this, exact](const Incoming &a, const Incoming &b) {
-        if (a.key != b.key)
-            return a.key < b.key;
-        return !exact && compare(*a.row, *b.row) < 0;
+    const auto lessThan = [this](const Incoming &a, const Incoming &b) {
+        return compareKeyed(a.key, *a.row, b.key, *b.row) < 0;
     };
     if (!std::is_sorted(rows.begin(), rows.end(), lessThan)) {
         // By prefix, then where prefixes tie by compare(), each run alone.

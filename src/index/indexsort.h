@@ -74,7 +74,6 @@ public:
     virtual quint64 keyPrefix(const Record &row) const;
     // Order-keeping prefixes of common values, for keyPrefix() overrides.
     static quint64 prefixOf(qint64 value) { return quint64(value) ^ (quint64(1) << 63); }
-    static quint64 prefixOf(double value);
     // A prefix of a cell that keeps Field::compare()'s order among the cells of
     // one column, NULL lowest: partial, never exact. Integer, Integer64 and
     // DateTime by value, Decimal by its value in ten-thousandths rounded down,
@@ -139,12 +138,10 @@ protected:
 
 private:
     friend class IndexSortPrivate;
-    // The first row that is not below `record`, as an iterator.
-    PartitionList<Record>::const_iterator lowerBound(const Record &record) const;
-    // The first position from `from` on whose row is above `record` (upper) or
-    // not below it, with its iterator.
-    std::pair<int, PartitionList<Record>::const_iterator> bound(const Record &record, bool upper,
-                                                                int from = 0) const;
+    // The first position whose row is above `record` (upper) or not below it,
+    // with its iterator.
+    std::pair<int, PartitionList<Record>::const_iterator> bound(const Record &record,
+                                                                bool upper) const;
     // Starts keeping key prefixes if the subclass gives them; writers call it.
     void checkKeyPrefix();
     // compare() of two rows with their prefixes (0 for an index without).

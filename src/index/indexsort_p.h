@@ -29,6 +29,7 @@ public:
 
     bool prefixChecked = false; // keyPrefixKind() asked
     bool exact = false; // ExactKeyPrefix
+    bool appending = false; // build() fills the list and sorts it once
 
     // The list's key function: the owner's keyPrefix().
     static quint64 prefixOfRow(const void *index, const Record &row);

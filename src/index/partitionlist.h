@@ -285,10 +285,8 @@ public:
     }
     // insert() with the element's key given. REQUIRES: hasKeys().
     void insert(int position, const T &value, quint64 key);
-    // insertRuns() with keys[i] the key of values[i]. REQUIRES: hasKeys().
-    void insertRuns(const QVector<int> &places, const QList<T> &values,
-                    const QVector<quint64> &keys);
-    // insertRuns() of *values[i], each copied once, straight into its block.
+    // insertRuns() of *values[i] with keys[i] its key, each copied once,
+    // straight into its block. REQUIRES: hasKeys().
     void insertRuns(const QVector<int> &places, const std::vector<const T *> &values,
                     const QVector<quint64> &keys);
     // The first position in from..count() whose key is not below `key`, or
@@ -296,10 +294,8 @@ public:
     // O(log n) and reads only keys. REQUIRES: hasKeys(), and the keys from
     // `from` on in ascending order.
     std::pair<int, const_iterator> keyBound(quint64 key, bool upper, int from) const;
-    // keyBound() for an answer that is likely close behind `from`: gallops
-    // out from there through its block first. `fromIt` is the iterator at
-    // `from`, where the caller has it.
-    std::pair<int, const_iterator> keyBoundNear(quint64 key, bool upper, int from) const;
+    // keyBound() for an answer that is likely close behind `from`, whose
+    // iterator is `fromIt`: gallops out from there through its block first.
     std::pair<int, const_iterator> keyBoundNear(quint64 key, bool upper, int from,
                                                 const const_iterator &fromIt) const;
 
@@ -558,17 +554,6 @@ PartitionList<T>::keyBound(quint64 key, bool upper, int from) const
 
 template <typename T>
 std::pair<int, typename PartitionList<T>::const_iterator>
-PartitionList<T>::keyBoundNear(quint64 key, bool upper, int from) const
-{
-    if (from < 0)
-        from = 0;
-    if (from >= m_count)
-        return { m_count, end() };
-    return keyBoundNear(key, upper, from, iteratorAt(from));
-}
-
-template <typename T>
-std::pair<int, typename PartitionList<T>::const_iterator>
 PartitionList<T>::keyBoundNear(quint64 key, bool upper, int from,
                                const const_iterator &fromIt) const
 {
@@ -769,14 +754,6 @@ void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &va
 {
     insertRunsOf(places, values.size(), [&values](int i) -> const T & { return values.at(i); },
                  [this, &values](int i) { return m_keyFunction ? keyOf(values.at(i)) : 0; });
-}
-
-template <typename T>
-void PartitionList<T>::insertRuns(const QVector<int> &places, const QList<T> &values,
-                                  const QVector<quint64> &keys)
-{
-    insertRunsOf(places, values.size(), [&values](int i) -> const T & { return values.at(i); },
-                 [&keys](int i) { return keys.at(i); });
 }
 
 template <typename T>

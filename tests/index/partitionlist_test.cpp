@@ -262,9 +262,12 @@ TEST_F(PartitionListTest, MatchesAVectorModelUnderRandomOperations)
                 list.insertRuns(places, values);
             } else {
                 QVector<quint64> keys;
-                for (const Item &item : values)
+                std::vector<const Item *> given;
+                for (const Item &item : qAsConst(values)) {
                     keys.append(keyOf(nullptr, item));
-                list.insertRuns(places, values, keys);
+                    given.push_back(&item);
+                }
+                list.insertRuns(places, given, keys);
             }
             ASSERT_EQ(blockSizes(list), blockSizes(reference)) << "step " << step;
             std::vector<int> merged;
