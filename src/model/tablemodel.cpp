@@ -363,6 +363,23 @@ void TableModelPrivate::schedule()
     timer.start(int(qBound<qint64>(0, wait, interval)));
 }
 
+void TableModelPrivate::setIndex(Table *viewTable, IndexIterative *newList, IndexVector *newVector)
+{
+    if (viewTable == table) {
+        list = newList;
+        vector = newVector;
+        refresh(true);
+        return;
+    }
+    checkColumns(viewTable, names);
+    q->beginResetModel();
+    detach();
+    list = newList;
+    vector = newVector;
+    attach(viewTable, names);
+    q->endResetModel();
+}
+
 const TableModelPrivate::CachedRow *TableModelPrivate::cached(int row)
 {
     if (!table || row >= rows.size())
@@ -430,34 +447,12 @@ Table *TableModel::table() const
 
 void TableModel::setIndex(IndexIterative *index)
 {
-    if (index->table() == d->table) {
-        d->list = index;
-        d->vector = nullptr;
-        d->refresh(true);
-        return;
-    }
-    checkColumns(index->table(), d->names);
-    beginResetModel();
-    d->detach();
-    d->list = index;
-    d->attach(index->table(), d->names);
-    endResetModel();
+    d->setIndex(index->table(), index, nullptr);
 }
 
 void TableModel::setIndex(IndexVector *index)
 {
-    if (index->table() == d->table) {
-        d->list = nullptr;
-        d->vector = index;
-        d->refresh(true);
-        return;
-    }
-    checkColumns(index->table(), d->names);
-    beginResetModel();
-    d->detach();
-    d->vector = index;
-    d->attach(index->table(), d->names);
-    endResetModel();
+    d->setIndex(index->table(), nullptr, index);
 }
 
 int TableModel::tableColumn(int column) const

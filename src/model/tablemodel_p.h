@@ -52,6 +52,10 @@ public:
     void emitWritten(const QVector<RowsDiff::Written> &written);
     void applyColumns(const QVector<Column> &fresh);
     void schedule();
+    // TableModel::setIndex, with one of `newList` and `newVector`. A view of
+    // the same table is matched by identity; one of another table resets the
+    // model, unless a chosen column is unknown there, which throws first.
+    void setIndex(Table *viewTable, IndexIterative *newList, IndexVector *newVector);
 
     // The row's cells, read under the lock together with its neighbours if
     // they are not at hand; null while the table's rows may have moved in

@@ -24,10 +24,6 @@ double residentBytes()
     return fields.size() > 1 ? fields.at(1).toDouble() * 4096.0 : 0;
 }
 
-// Sizes of the transactions of one round of the streams.
-const int kQuoteUpdates = 100;
-const int kOrderOperations = 100;
-const int kTrades = 20;
 // Saves during the run: this many, spread over it.
 const int kSaves = 3;
 
@@ -99,16 +95,18 @@ FeedSummary FeedSession::run()
     double saveTime = 0;
     int savesDone = 0;
     while (!done()) {
-        timed(kQuoteUpdates, [&] { m_market->quoteTransaction(kQuoteUpdates); });
+        timed(Market::RoundQuoteUpdates,
+              [&] { m_market->quoteTransaction(Market::RoundQuoteUpdates); });
         if (done())
             break;
-        timed(kOrderOperations, [&] { m_market->orderTransaction(kOrderOperations); });
+        timed(Market::RoundOrderOperations,
+              [&] { m_market->orderTransaction(Market::RoundOrderOperations); });
         if (done())
             break;
-        timed(kTrades, [&] { m_market->tradeTransaction(kTrades); });
+        timed(Market::RoundTrades, [&] { m_market->tradeTransaction(Market::RoundTrades); });
         if (done())
             break;
-        timed(kTrades, [&] { m_market->positionTransaction(); });
+        timed(Market::RoundTrades, [&] { m_market->positionTransaction(); });
         if (savesDone < kSaves && progress() >= double(savesDone + 1) / (kSaves + 1)) {
             QElapsedTimer saving;
             saving.start();

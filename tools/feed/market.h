@@ -154,6 +154,12 @@ public:
     // instrument whose quote changed, and each new order once.
     qint64 joinRowsWritten() const { return m_joinWrites->rows(); }
 
+    // The sizes of the transactions of one round of the streams, as
+    // tabledb-feed and tabledb-view --live apply them.
+    static constexpr int RoundQuoteUpdates = 100;
+    static constexpr int RoundOrderOperations = 100;
+    static constexpr int RoundTrades = 20;
+
     // Price, quote and volume changes of `updates` random instruments.
     void quoteTransaction(int updates);
     // New orders, amendments (a fifth of them move the price) and cancels.

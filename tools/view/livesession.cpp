@@ -2,15 +2,6 @@
 
 #include <QThreadPool>
 
-namespace {
-
-// One round of the streams, with the sizes that tabledb-feed uses.
-const int kQuoteUpdates = 100;
-const int kOrderOperations = 100;
-const int kTrades = 20;
-
-} // namespace
-
 LiveSession::LiveSession(const FeedOptions &options)
 {
     QThreadPool::globalInstance()->setMaxThreadCount(options.threads);
@@ -33,9 +24,9 @@ void LiveSession::start()
     m_stop = false;
     m_worker = std::thread([this] {
         while (!m_stop.load(std::memory_order_relaxed)) {
-            m_market->quoteTransaction(kQuoteUpdates);
-            m_market->orderTransaction(kOrderOperations);
-            m_market->tradeTransaction(kTrades);
+            m_market->quoteTransaction(Market::RoundQuoteUpdates);
+            m_market->orderTransaction(Market::RoundOrderOperations);
+            m_market->tradeTransaction(Market::RoundTrades);
             m_market->positionTransaction();
             m_transactions.fetch_add(4, std::memory_order_relaxed);
         }
