@@ -12,7 +12,8 @@
 // the lowest; bytes that no two keys differ in are skipped, so positions and
 // prefixes that share their high bytes take two or three passes. Batches sort
 // positions and key prefixes of a thousand rows and more each time: this is
-// several times cheaper there than a comparison sort. `scratch` is reused.
+// several times cheaper there than a comparison sort. `scratch` is working
+// room; the two vectors may trade buffers.
 template <typename T, typename Key>
 void radixSort(std::vector<T> &items, std::vector<T> &scratch, const Key &key)
 {
@@ -49,8 +50,9 @@ void radixSort(std::vector<T> &items, std::vector<T> &scratch, const Key &key)
             to[offsets[(key(from[i]) >> shift) & 0xFF]++] = std::move(from[i]);
         std::swap(from, to);
     }
+    // An odd number of passes ends in the scratch buffer: it becomes items'.
     if (from != items.data())
-        std::move(from, from + n, items.data());
+        items.swap(scratch);
 }
 
 #endif // TABLEDB_INDEX_RADIXSORT_P_H

@@ -6,7 +6,6 @@
 #include "index/masterindex_fast_cached.h"
 #include "table/table.h"
 
-#include <cstdint>
 #include <cstring>
 #include <typeinfo>
 
@@ -130,7 +129,8 @@ void MasterKeyForm::prefixOf(const unsigned char *row, quint64 *prefix) const
             prefix[1] = bigEndianPrefix(key + 8, m_keySize - 8);
         return;
     }
-    // Null first, then by value: a null cell is 0 and values are biased above it.
+    // Null first, as 0, then by value as the indexes order numbers: no
+    // Integer comes down to 0, the lowest Integer64 does.
     for (size_t i = 0; i < m_cells.size() && i < 2; ++i) {
         const Cell &cell = m_cells[i];
         if ((row[cell.nullOffset] & cell.nullMask) != cell.nullMask)
@@ -138,9 +138,9 @@ void MasterKeyForm::prefixOf(const unsigned char *row, quint64 *prefix) const
         if (cell.width == 4) {
             qint32 v;
             std::memcpy(&v, row + cell.offset, 4);
-            prefix[i] = quint64(qint64(v) - qint64(INT32_MIN) + 1);
+            prefix[i] = IndexSort::prefixOf(qint64(v));
         } else {
-            prefix[i] = load64(row + cell.offset) ^ (quint64(1) << 63);
+            prefix[i] = IndexSort::prefixOf(qint64(load64(row + cell.offset)));
         }
     }
 }

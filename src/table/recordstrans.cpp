@@ -8,12 +8,6 @@
 
 #include <exception>
 
-bool RecordsTransKey::operator<(const RecordsTransKey &other) const
-{
-    const MasterIndex *master = Table::tablePtr(m_record.rowPtr())->masterIndex();
-    return master->compare(m_record, other.m_record) < 0;
-}
-
 RecordsTrans::RecordsTrans(Table *table)
     : m_minColumn(2147483647),
       m_maxColumn(-1),

@@ -5,25 +5,8 @@
 
 #include <QList>
 
-class Table;
-
-// A row as a map key ordered by its table's master index, so that two blocks
-// with the same primary key are one key. Address order plays no part here.
-class TABLEDB_EXPORT RecordsTransKey
-{
-public:
-    RecordsTransKey() = default;
-    RecordsTransKey(const Record &record) : m_record(record) { }
-
-    const Record &record() const { return m_record; }
-    operator const Record &() const { return m_record; }
-    bool operator<(const RecordsTransKey &other) const;
-
-private:
-    Record m_record;
-};
-
 class RecordsTransPrivate;
+class Table;
 
 // A set of intended inserts, updates and removals of one table, merged per key
 // and handed to the table in one piece, so that each index does its work once.

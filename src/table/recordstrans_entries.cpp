@@ -1,6 +1,7 @@
 #include "table/recordstrans_p.h"
 
 #include "index/masterindex.h"
+#include "index/radixsort_p.h"
 #include "table/table.h"
 
 #include <algorithm>
@@ -278,33 +279,14 @@ struct Item
     int entry;
 };
 
-// Stable, by the prefixes: byte by byte from the lowest, passing over the
-// bytes in which all items agree (a key of a few thousand numbers differs in
-// two of its sixteen).
-void radixSort(std::vector<Item> &items)
+// Stable, by the prefixes: the second word first, then the first. Bytes in
+// which all items agree are passed over (a key of a few thousand numbers
+// differs in two of its sixteen).
+void sortByPrefix(std::vector<Item> &items)
 {
-    std::vector<Item> buffer(items.size());
-    for (int word = 1; word >= 0; --word) {
-        quint64 all = ~quint64(0);
-        quint64 any = 0;
-        for (const Item &item : items) {
-            all &= item.prefix[word];
-            any |= item.prefix[word];
-        }
-        const quint64 varying = all ^ any;
-        for (int shift = 0; shift < 64; shift += 8) {
-            if (((varying >> shift) & 0xff) == 0)
-                continue;
-            size_t start[257] = {};
-            for (const Item &item : items)
-                ++start[((item.prefix[word] >> shift) & 0xff) + 1];
-            for (int b = 0; b < 256; ++b)
-                start[b + 1] += start[b];
-            for (const Item &item : items)
-                buffer[start[(item.prefix[word] >> shift) & 0xff]++] = item;
-            items.swap(buffer);
-        }
-    }
+    std::vector<Item> scratch;
+    radixSort(items, scratch, [](const Item &item) { return item.prefix[1]; });
+    radixSort(items, scratch, [](const Item &item) { return item.prefix[0]; });
 }
 
 } // namespace
@@ -358,7 +340,7 @@ const std::vector<int> &RecordsTransPrivate::sorted() const
             std::sort(items.begin(), items.end(), less);
         } else {
             // In order of arrival, so that equal prefixes stay in that order.
-            radixSort(items);
+            sortByPrefix(items);
             for (auto run = items.begin(); !m_form.isPrefixExact() && run != items.end();) {
                 auto end = run + 1;
                 while (end != items.end() && samePrefix(*run, *end))
