@@ -112,13 +112,15 @@ void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record>
             stale = !m_keys->holds(row) || stale;
     }
     MasterIndexKey<MasterIndex_Fast_Pure>::process(removed, updated, first, last, inserted);
+    if (stale) {
+        rehash(); // the new rows with the rest
+        return;
+    }
     m_keys->reserve(m_keys->count() + inserted.size());
     for (const Record &row : inserted) {
         if (filter(row))
             m_keys->insert(row);
     }
-    if (stale)
-        rehash();
 }
 
 void MasterIndex_Fast::fill(const QList<Record> &inserted)

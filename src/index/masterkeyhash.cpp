@@ -6,14 +6,13 @@ void MasterKeyHash::clear()
 {
     m_slots.clear();
     m_count = 0;
-    m_duplicates = 0;
     m_givenUp = false;
 }
 
 void MasterKeyHash::giveUp()
 {
-    // The counts are left to the next clear().
     m_slots = QVector<Slot>();
+    m_count = 0;
     m_givenUp = true;
 }
 
@@ -34,7 +33,7 @@ void MasterKeyHash::reserve(int count)
     // Up to four fifths full: a probe compares the hashes beside the rows,
     // four to a cache line, and reads a row only where they agree.
     const auto roomFor = [count](qint64 capacity) { return 4 * capacity >= 5 * qint64(count) + 4; };
-    if (roomFor(m_slots.size()))
+    if (m_givenUp || roomFor(m_slots.size()))
         return;
     int capacity = 16;
     while (!roomFor(capacity))
@@ -55,23 +54,28 @@ void MasterKeyHash::insert(const Record &row)
         return;
     reserve(m_count + 1);
     unsigned char *p = const_cast<unsigned char *>(row.rowPtr());
-    place(p, hashOf(keyOf(p)));
-    if (m_duplicates > 0)
+    if (!place(p, hashOf(keyOf(p))))
         giveUp();
 }
 
-void MasterKeyHash::place(unsigned char *row, unsigned hash)
+int MasterKeyHash::probe(const char *key, unsigned hash) const
 {
-    const char *key = keyOf(row);
     const int mask = m_slots.size() - 1;
-    int slot = int(hash) & mask;
-    for (; m_slots.at(slot).row; slot = (slot + 1) & mask) {
+    for (int slot = int(hash) & mask;; slot = (slot + 1) & mask) {
         const Slot &at = m_slots.at(slot);
-        if (at.hash == hash && std::memcmp(keyOf(at.row), key, size_t(m_size)) == 0)
-            ++m_duplicates;
+        if (!at.row || (at.hash == hash && std::memcmp(keyOf(at.row), key, size_t(m_size)) == 0))
+            return slot;
     }
+}
+
+bool MasterKeyHash::place(unsigned char *row, unsigned hash)
+{
+    const int slot = probe(keyOf(row), hash);
+    if (m_slots.at(slot).row)
+        return false;
     m_slots[slot] = { row, hash };
     ++m_count;
+    return true;
 }
 
 void MasterKeyHash::erase(int slot)
@@ -118,15 +122,7 @@ unsigned char *MasterKeyHash::find(const char *key) const
 {
     if (m_slots.isEmpty())
         return nullptr;
-    const int mask = m_slots.size() - 1;
-    const unsigned hash = hashOf(key);
-    for (int slot = int(hash) & mask;; slot = (slot + 1) & mask) {
-        const Slot &at = m_slots.at(slot);
-        if (!at.row)
-            return nullptr;
-        if (at.hash == hash && std::memcmp(keyOf(at.row), key, size_t(m_size)) == 0)
-            return at.row;
-    }
+    return m_slots.at(probe(key, hashOf(key))).row;
 }
 
 bool MasterKeyHash::holds(const Record &row) const

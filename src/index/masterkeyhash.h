@@ -33,12 +33,12 @@ public:
     void clear();
     // Whether find() answers for the list: false once a key was seen twice,
     // since the list's first row of a key is then not known here.
-    bool isExact() const { return m_duplicates == 0 && !m_givenUp; }
+    bool isExact() const { return !m_givenUp; }
     int count() const { return m_count; }
 
     void insert(const Record &row);
     // Room for `count` entries in all, so that inserting up to there does
-    // not rehash.
+    // not rehash. Nothing once it has given up.
     void reserve(int count);
     // Takes the entry of `row` out, found under its present key. False if it
     // is not there (its key changed since it went in, or it never did).
@@ -82,8 +82,10 @@ public:
             unsigned char *row = const_cast<unsigned char *>(it->rowPtr());
             const quint64 p = prefix(it);
             if (previous && p == previousPrefix
-                && (m_size == 8 || std::memcmp(keyOf(previous), keyOf(row), size_t(m_size)) == 0))
-                ++m_duplicates;
+                && (m_size == 8 || std::memcmp(keyOf(previous), keyOf(row), size_t(m_size)) == 0)) {
+                giveUp();
+                return;
+            }
             previous = row;
             previousPrefix = p;
             const unsigned hash = m_size == 8 ? hashOfWord(qbswap(p)) : hashOf(keyOf(row));
@@ -111,7 +113,11 @@ private:
         quint64 h = (0x9e3779b97f4a7c15ULL ^ word) * 0xff51afd7ed558ccdULL;
         return unsigned(h ^ (h >> 32));
     }
-    void place(unsigned char *row, unsigned hash); // REQUIRES: a free slot
+    // The slot that holds `key`, or else the empty slot that ends its probe.
+    // REQUIRES: a table with an empty slot.
+    int probe(const char *key, unsigned hash) const;
+    // False, storing nothing, when an equal key is there. REQUIRES: a free slot.
+    bool place(unsigned char *row, unsigned hash);
     // place() of a row whose key is known to be new here. REQUIRES: a free slot.
     void placeNew(unsigned hash, unsigned char *row)
     {
@@ -131,7 +137,6 @@ private:
     int m_offset;
     int m_size;
     int m_count = 0;
-    int m_duplicates = 0; // insertions that met an equal key
     bool m_givenUp = false; // keys repeat: nothing is kept
     // A row with its hash, side by side, so that a probe costs one cache line.
     struct Slot

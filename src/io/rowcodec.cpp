@@ -176,7 +176,7 @@ int RowCodec::decode(const char *data, int size, unsigned char *cells, StringPoo
         if (count > (INT_MAX - 2) / 2)
             return -1;
         texts += 4 + (count > 0 ? qint64(count) * 2 + 2 : 0);
-        if (at + 4 + (count > 0 ? qint64(count) * 2 + 2 : 0) > size)
+        if (t.fixedBefore + texts > size) // the cell's end
             return 0;
     }
     const qint64 need = m_fixedBytes + texts;
