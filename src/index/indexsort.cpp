@@ -581,43 +581,61 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
         lookups.push_back({ index.keyPrefix(*rows.at(i)), i });
     std::vector<Lookup> scratch;
     radixSort(lookups, scratch, [](const Lookup &l) { return l.key; });
-    // A row stands among the rows of its prefix. With an exact prefix those
-    // are its key's rows, walked by address alone; with a partial one its key
-    // is first searched by compare() and walked for 64 rows, as findByKey()
-    // does. Past that the run of its prefix is walked by address while the
-    // batch has walked less than the list; what is left goes to the walk of
-    // the whole list.
-    const int maxSteps = 64;
+    // A row stands among the rows of its prefix. With a partial prefix its
+    // key is first searched by compare() and walked for 64 rows, as
+    // findByKey() does. The rows left over (all of them with an exact
+    // prefix) are looked for by address in one walk of their prefix's run,
+    // shared by the batch's rows of that prefix: runs differ, so a batch
+    // walks the list once at most, however long the runs of equal keys.
     const bool exact = index.d->exact;
-    int budget = index.count();
     const ConstIterator last = index.end();
     int from = 0;
     ConstIterator fromIt = index.begin();
-    for (const Lookup &l : lookups) {
-        const Record &row = *rows.at(l.row);
-        auto at = index.m_list.keyBoundNear(l.key, false, from, fromIt);
+    std::vector<int> pending; // places in `rows`
+    for (size_t i = 0; i < lookups.size();) {
+        const quint64 key = lookups[i].key;
+        auto at = index.m_list.keyBoundNear(key, false, from, fromIt);
         from = at.first;
         fromIt = at.second;
-        int position = IndexSortEntry::Unknown;
-        if (!exact) {
-            position = findByKey(index, row);
-            if (position != IndexSortEntry::Unknown || budget <= 0) {
-                positions[l.row] = position;
-                continue;
+        pending.clear();
+        for (; i < lookups.size() && lookups[i].key == key; ++i) {
+            const int r = lookups[i].row;
+            positions[r] = exact ? int(IndexSortEntry::Unknown) : findByKey(index, *rows.at(r));
+            if (positions[r] == IndexSortEntry::Unknown)
+                pending.push_back(r);
+        }
+        if (pending.empty())
+            continue;
+        if (pending.size() == 1) { // no table for one row
+            const Record &row = *rows.at(pending.front());
+            for (; at.second != last && PartitionList<Record>::key(at.second) == key;
+                 ++at.first, ++at.second) {
+                if (*at.second == row) {
+                    positions[pending.front()] = at.first;
+                    break;
+                }
+            }
+            continue;
+        }
+        AddressTable table(int(pending.size()));
+        for (int r : pending) {
+            size_t h = table.home(*rows.at(r));
+            while (table[h] >= 0)
+                h = table.next(h);
+            table[h] = r;
+        }
+        size_t left = pending.size();
+        for (; left > 0 && at.second != last && PartitionList<Record>::key(at.second) == key;
+             ++at.first, ++at.second) {
+            // A row listed twice has two entries: both take the place.
+            for (size_t h = table.home(*at.second); table[h] >= 0; h = table.next(h)) {
+                const int r = table[h];
+                if (*rows.at(r) == *at.second && positions[r] == IndexSortEntry::Unknown) {
+                    positions[r] = at.first;
+                    --left;
+                }
             }
         }
-        for (int steps = 0; at.second != last && (steps < maxSteps || budget > 0);
-             ++steps, ++at.first, ++at.second) {
-            if (steps >= maxSteps || !exact)
-                --budget;
-            if (*at.second == row) {
-                position = at.first;
-                break;
-            }
-            if (PartitionList<Record>::key(at.second) != l.key)
-                break;
-        }
-        positions[l.row] = position;
     }
 }
 
@@ -709,12 +727,14 @@ QMap<Record, int> IndexSort::indexOfs(QList<Record> records) const
     return result;
 }
 
-void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, int first,
+void IndexSort::preprocess(const QList<Record> &removed, const QList<Record> &updated, int first,
                            int last, const QList<Record> &, const QList<Record> &changed)
 {
     checkKeyPrefix();
     d->updated.clear();
     d->places.clear();
+    d->removed.clear();
+    d->removedPlaces.clear();
     if (updated.isEmpty() || unaffectedBy(first, last))
         return;
     d->places.resize(updated.size());
@@ -737,11 +757,17 @@ void IndexSort::preprocess(const QList<Record> &, const QList<Record> &updated, 
         }
         d->places[i] = place;
     }
+    if (!rows.isEmpty()) {
+        for (const Record &row : removed)
+            rows.append(&row);
+    }
     QVector<int> found;
     IndexSortPrivate::findAllByKey(*this, rows, found);
     for (int s = 0; s < sought.size(); ++s)
         d->places[sought.at(s)] = found.at(s);
     d->updated = updated;
+    d->removedPlaces = found.mid(sought.size());
+    d->removed = removed;
 }
 
 void IndexSort::process(const QList<Record> &removed, const QList<Record> &updated, int first,
@@ -754,8 +780,14 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     // Every removed and updated row once, by identity; a removed row wins.
     QVector<IndexSortEntry> entries;
     entries.reserve(removed.count() + updated.count());
-    for (const Record &row : removed)
-        entries.append({ &row, IndexSortEntry::Unknown, -1 });
+    const bool notedRemoved = d->removedPlaces.size() == removed.size()
+            && d->removed.constBegin() == removed.constBegin();
+    for (int i = 0; i < removed.size(); ++i) {
+        entries.append({ &removed.at(i),
+                         notedRemoved ? d->removedPlaces.at(i) : int(IndexSortEntry::Unknown), -1 });
+    }
+    d->removed.clear();
+    d->removedPlaces.clear();
     const bool unaffected = unaffectedBy(first, last);
     // preprocess() saw this very batch if it shares the list.
     const bool noted = !d->places.isEmpty() && d->updated.size() == updated.size()

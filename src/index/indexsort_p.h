@@ -26,6 +26,10 @@ public:
     // process() can tell that it is given the same batch.
     QList<Record> updated;
     QVector<int> places;
+    // Likewise for `removed`, looked up with them so that both share one walk
+    // of a long run of equal keys.
+    QList<Record> removed;
+    QVector<int> removedPlaces;
 
     bool prefixChecked = false; // keyPrefixKind() asked
     bool exact = false; // ExactKeyPrefix

@@ -49,6 +49,12 @@ Record MasterIndex_Fast::findKeyBytes(const char *key, int size, int from) const
     return MasterIndexKey<MasterIndex_Fast_Pure>::findKey(MasterKey(key, size), from);
 }
 
+void MasterIndex_Fast::prefetchFind(const Record &record) const
+{
+    if (!record.isNull() && m_keys->isExact())
+        m_keys->prefetch(reinterpret_cast<const char *>(record.rowPtr()) + keyOffset());
+}
+
 void MasterIndex_Fast::add(const Record &record)
 {
     MasterIndexKey<MasterIndex_Fast_Pure>::add(record);

@@ -29,6 +29,10 @@ public:
     Record findKey(const MasterKey &key, int from) const;
     // findKey() of `size` key bytes that need not be in a MasterKey.
     Record findKeyBytes(const char *key, int size, int from) const;
+    // A hint, changing nothing: starts loading what a find() of the key in
+    // `record` from -1 reads first, so that a loop can ask some rows ahead.
+    // `record` must be a row of this index's table (or of its layout).
+    void prefetchFind(const Record &record) const;
 
     void add(const Record &record) override;
     void clear() override;

@@ -26,7 +26,9 @@ bool JoinRowFinder::findsBySearch(const MasterIndex *master)
 }
 
 JoinRowFinder::JoinRowFinder(const MasterIndex *master)
-    : m_master(master), m_eligible(master && master->table() && findsBySearch(master))
+    : m_master(master),
+      m_fast(dynamic_cast<const MasterIndex_Fast *>(master)),
+      m_eligible(master && master->table() && findsBySearch(master))
 {
     if (m_eligible)
         m_form = MasterKeyForm::of(master, master->table());

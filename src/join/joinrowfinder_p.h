@@ -1,6 +1,7 @@
 #ifndef TABLEDB_JOIN_JOINROWFINDER_P_H
 #define TABLEDB_JOIN_JOINROWFINDER_P_H
 
+#include "index/masterindex_fast.h"
 #include "table/masterkeyform_p.h"
 #include "table/record.h"
 
@@ -8,6 +9,7 @@
 
 class IndexSort;
 class MasterIndex;
+class MasterIndex_Fast;
 struct RecordsRanges;
 
 // What the join table's master find(row, -1) gives, for the join rows that a
@@ -42,12 +44,19 @@ public:
     bool isFirst(const Record &row) const;
     // master->find(row, -1).
     Record find(const Record &row) const;
+    // Starts loading what find(row) reads, for a row asked for soon.
+    void prefetch(const Record &row) const
+    {
+        if (m_fast && !isFirst(row))
+            m_fast->prefetchFind(row);
+    }
 
 private:
     void mark(std::vector<quint64> &bits, const unsigned char *row) const;
     bool isMarked(const std::vector<quint64> &bits, const unsigned char *row) const;
 
     const MasterIndex *m_master;
+    const MasterIndex_Fast *m_fast; // a master that can prefetch its search
     MasterKeyForm m_form; // to tell neighbours apart without compare()
     bool m_eligible;
     bool m_walked = false;

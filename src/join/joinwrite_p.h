@@ -12,8 +12,11 @@
 namespace JoinWrite {
 
 // How far ahead the next join rows' blocks are asked for: each is written
-// soon after, and the first touch of a block is a cache miss.
-constexpr int PrefetchDistance = 8;
+// soon after, and the first touch of a block is a cache miss. The master's
+// search for a row, which reads the row's key, is asked for when the block
+// has had time to arrive.
+constexpr int PrefetchDistance = 16;
+constexpr int FindPrefetchDistance = 8;
 
 // Asks the cache for the start of a row block (a header and the first cells).
 inline void prefetch(const Record &row)

@@ -112,10 +112,14 @@ void TableJoinDep::apply(RecordsTrans &trans, const JoinRowFinder &finder,
             // costs no search and no walk.
             auto joinRow = joinRows + set.rangeBegin(r);
             const int end = set.rangeEnd(r);
-            auto ahead = joinRow + qMin(JoinWrite::PrefetchDistance, end - set.rangeBegin(r));
+            const int n = end - set.rangeBegin(r);
+            auto ahead = joinRow + qMin(JoinWrite::PrefetchDistance, n);
+            auto soon = joinRow + qMin(JoinWrite::FindPrefetchDistance, n);
             for (int p = set.rangeBegin(r); p < end; ++p, ++joinRow) {
                 if (p + JoinWrite::PrefetchDistance < end)
                     JoinWrite::prefetch(*ahead++);
+                if (p + JoinWrite::FindPrefetchDistance < end)
+                    finder.prefetch(*soon++);
                 // One join row reached from several dependent rows shares one
                 // working row.
                 RecordUpdater updater

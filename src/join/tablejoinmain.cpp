@@ -106,6 +106,8 @@ void TableJoinMain::apply(RecordsTrans &trans, const JoinRowFinder &finder,
         const RangeSet<int> &set = ranges.ranges.at(i);
         if (i + JoinWrite::PrefetchDistance < ranges.count())
             JoinWrite::prefetch(ranges.records.at(i + JoinWrite::PrefetchDistance));
+        if (i + JoinWrite::FindPrefetchDistance < ranges.count())
+            finder.prefetch(ranges.records.at(i + JoinWrite::FindPrefetchDistance));
         for (int r = 0; r < set.rangeCount(); ++r) {
             // Several dependent rows of one key: the last one's values stay.
             auto source = depRows + set.rangeBegin(r);
