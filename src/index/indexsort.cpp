@@ -583,10 +583,11 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
     radixSort(lookups, scratch, [](const Lookup &l) { return l.key; });
     // A row stands among the rows of its prefix. With a partial prefix its
     // key is first searched by compare() and walked for 64 rows, as
-    // findByKey() does. The rows left over (all of them with an exact
-    // prefix) are looked for by address in one walk of their prefix's run,
-    // shared by the batch's rows of that prefix: runs differ, so a batch
-    // walks the list once at most, however long the runs of equal keys.
+    // findByKey() does, until that fails for a row of the prefix. The rows
+    // left over (all of them with an exact prefix) are looked for by address
+    // in one walk of their prefix's run, shared by the batch's rows of that
+    // prefix: runs differ, so a batch walks the list once at most, however
+    // long the runs of equal keys.
     const bool exact = index.d->exact;
     const ConstIterator last = index.end();
     int from = 0;
@@ -598,23 +599,28 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
         from = at.first;
         fromIt = at.second;
         pending.clear();
+        bool walk = exact; // the run is walked: the searches are over
         for (; i < lookups.size() && lookups[i].key == key; ++i) {
             const int r = lookups[i].row;
-            positions[r] = exact ? int(IndexSortEntry::Unknown) : findByKey(index, *rows.at(r));
-            if (positions[r] == IndexSortEntry::Unknown)
+            positions[r] = walk ? int(IndexSortEntry::Unknown) : findByKey(index, *rows.at(r));
+            if (positions[r] == IndexSortEntry::Unknown) {
                 pending.push_back(r);
+                walk = true;
+            }
         }
         if (pending.empty())
             continue;
+        if (at.second == last)
+            continue;
         if (pending.size() == 1) { // no table for one row
-            const Record &row = *rows.at(pending.front());
-            for (; at.second != last && PartitionList<Record>::key(at.second) == key;
-                 ++at.first, ++at.second) {
-                if (*at.second == row) {
-                    positions[pending.front()] = at.first;
-                    break;
-                }
-            }
+            const int r = pending.front();
+            const Record &row = *rows.at(r);
+            index.m_list.walkKeyRun(key, at.second, [&](int position, const Record &element) {
+                if (element != row)
+                    return true;
+                positions[r] = position;
+                return false;
+            });
             continue;
         }
         AddressTable table(int(pending.size()));
@@ -625,17 +631,17 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
             table[h] = r;
         }
         size_t left = pending.size();
-        for (; left > 0 && at.second != last && PartitionList<Record>::key(at.second) == key;
-             ++at.first, ++at.second) {
+        index.m_list.walkKeyRun(key, at.second, [&](int position, const Record &element) {
             // A row listed twice has two entries: both take the place.
-            for (size_t h = table.home(*at.second); table[h] >= 0; h = table.next(h)) {
+            for (size_t h = table.home(element); table[h] >= 0; h = table.next(h)) {
                 const int r = table[h];
-                if (*rows.at(r) == *at.second && positions[r] == IndexSortEntry::Unknown) {
-                    positions[r] = at.first;
+                if (*rows.at(r) == element && positions[r] == IndexSortEntry::Unknown) {
+                    positions[r] = position;
                     --left;
                 }
             }
-        }
+            return left > 0;
+        });
     }
 }
 

@@ -298,6 +298,25 @@ public:
     // iterator is `fromIt`: gallops out from there through its block first.
     std::pair<int, const_iterator> keyBoundNear(quint64 key, bool upper, int from,
                                                 const const_iterator &fromIt) const;
+    // Calls visit(position, element) for the elements from `from` (`fromIt`
+    // its iterator) on, while their key is `key` and visit() returns true: a
+    // walk of a run of equal keys in a tight loop over each block.
+    // REQUIRES: hasKeys().
+    template <typename Visit>
+    void walkKeyRun(quint64 key, const const_iterator &fromIt, const Visit &visit) const
+    {
+        Partition *const *slot = fromIt.i.slot;
+        if (!slot || !*slot)
+            return;
+        int at = int(fromIt.i.element - (*slot)->data);
+        for (; *slot; ++slot, at = 0) {
+            const Partition *p = *slot;
+            for (; at < p->size; ++at) {
+                if (p->keys[at] != key || !visit(p->base + at, p->data[at]))
+                    return;
+            }
+        }
+    }
 
 private:
     Partition *newPartition(int capacity);
