@@ -6,6 +6,8 @@
 #include "table/recordstrans.h"
 #include "table/table.h"
 
+#include <utility>
+
 // The writing side shared by both join indexes: join rows change only through
 // a transaction on the join table, which runs at once when that table is idle
 // and after its running transaction otherwise.
@@ -31,14 +33,15 @@ inline void prefetch(const Record &row)
 class Updater : public RecordUpdater
 {
 public:
-    Updater(RecordsTrans &trans, const Record &found, const Record &key)
+    // `found` by value: the row find() gives moves in without a count.
+    Updater(RecordsTrans &trans, Record found, const Record &key)
         : RecordUpdater(trans)
     {
         if (found.isNull()) {
             insertInMap(key);
             return;
         }
-        Record::operator=(found);
+        Record::operator=(std::move(found));
         updateInMap();
     }
 };
