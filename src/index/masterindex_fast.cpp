@@ -132,6 +132,7 @@ void MasterIndex_Fast::process(const QList<Record> &removed, const QList<Record>
 void MasterIndex_Fast::fill(const QList<Record> &inserted)
 {
     timer.restart();
+    fitKeyPrefix(inserted);
     // Where IndexSort::process would place them (a stable sort by key), but
     // each row is counted in the order it came, which is the order of memory
     // for a table being read, and then moved, not copied, into key order.

@@ -6,6 +6,8 @@
 
 #include "table/table.h"
 
+#include <QSysInfo>
+
 #include <cstring>
 
 namespace {
@@ -77,6 +79,70 @@ IndexSort::KeyPrefixKind MasterIndex_Fast_Pure::keyPrefixKind() const
         && type != typeid(MasterIndex_Fast_Cached))
         return NoKeyPrefix;
     return m_keySize == sizeof(quint64) ? ExactKeyPrefix : PartialKeyPrefix;
+}
+
+void MasterIndex_Fast_Pure::fitKeyPrefix(const QList<Record> &rows)
+{
+    m_fitBytes = 0;
+    if (m_keySize <= sizeof(quint64) || rows.size() < 2
+        || QSysInfo::ByteOrder != QSysInfo::LittleEndian) // the masks read words as bytes
+        return;
+    const int window = int(qMin<uint64>(m_keySize, sizeof m_fitShared));
+    quint64 first[4] = {};
+    std::memcpy(first, rows.first().rowPtr() + m_keyOffset, size_t(window));
+    quint64 differ[4] = {};
+    for (const Record &row : rows) {
+        quint64 key[4] = {};
+        std::memcpy(key, row.rowPtr() + m_keyOffset, size_t(window));
+        for (int i = 0; i < 4; ++i)
+            differ[i] |= key[i] ^ first[i];
+    }
+    const auto *varies = reinterpret_cast<const unsigned char *>(differ);
+    int count = 0;
+    int end = 0; // one past the last position of the prefix
+    for (int at = 0; at < window && count < 8; ++at) {
+        if (varies[at] != 0) {
+            m_fitPositions[count++] = static_cast<unsigned char>(at);
+            end = at + 1;
+        }
+    }
+    if (count == 0 || end == count) // all keys alike, or no byte skipped
+        return;
+    m_fitCount = count;
+    std::memset(m_fitSkipped, 0, sizeof m_fitSkipped);
+    auto *skipped = reinterpret_cast<unsigned char *>(m_fitSkipped);
+    for (int at = 0; at < end; ++at)
+        skipped[at] = varies[at] != 0 ? 0 : 0xFF;
+    for (int i = 0; i < 4; ++i)
+        m_fitShared[i] = first[i] & m_fitSkipped[i];
+    m_fitBytes = end;
+}
+
+quint64 MasterIndex_Fast_Pure::fittedPrefix(const unsigned char *key) const
+{
+    quint64 words[4] = {};
+    std::memcpy(words, key, size_t(m_fitBytes));
+    const auto *bytes = reinterpret_cast<const unsigned char *>(words);
+    // The first skipped byte in which this key leaves the fitted ones.
+    int cut = m_fitBytes;
+    for (int i = 0; i < 4; ++i) {
+        const quint64 leaves = (words[i] ^ m_fitShared[i]) & m_fitSkipped[i];
+        if (leaves != 0) {
+            cut = i * 8 + __builtin_ctzll(leaves) / 8;
+            break;
+        }
+    }
+    quint64 prefix = 0;
+    int taken = 0;
+    for (; taken < m_fitCount && m_fitPositions[taken] < cut; ++taken)
+        prefix = prefix << 8 | bytes[m_fitPositions[taken]];
+    if (taken == 8)
+        return prefix;
+    const int rest = 8 * (8 - taken);
+    prefix = taken == 0 ? 0 : prefix << rest;
+    if (cut < m_fitBytes && bytes[cut] > reinterpret_cast<const unsigned char *>(m_fitShared)[cut])
+        prefix |= rest == 64 ? ~quint64(0) : (quint64(1) << rest) - 1;
+    return prefix;
 }
 
 MasterKey MasterIndex_Fast_Pure::keyRecord(const Record &record) const

@@ -22,10 +22,14 @@ public:
     // One memcmp over the key bytes; no per-column dispatch.
     int compare(const Record &a, const Record &b) const override;
     // The first eight key bytes in memcmp order, exact for an eight-byte key.
-    // None for a subclass, whose compare() may order otherwise.
+    // None for a subclass, whose compare() may order otherwise. A longer key
+    // may have its prefix fitted to the keys that fill an empty list (see
+    // fitKeyPrefix()).
     KeyPrefixKind keyPrefixKind() const override;
     quint64 keyPrefix(const Record &row) const override
     {
+        if (m_fitBytes > 0)
+            return fittedPrefix(row.rowPtr() + m_keyOffset);
         quint64 bytes;
         std::memcpy(&bytes, row.rowPtr() + m_keyOffset, sizeof bytes);
         return qFromBigEndian(bytes);
@@ -52,11 +56,33 @@ public:
     uint64 keyOffset() const { return m_keyOffset; }
     uint64 keySize() const { return m_keySize; }
 
+protected:
+    // Fits the prefix of a key longer than eight bytes to `rows`, which are
+    // about to fill the empty list. Key bytes that all of them share say
+    // nothing about their order, so the prefix skips them and takes the
+    // first eight bytes in which they differ: a key of a few boards and
+    // codes, say, is told apart by its prefix instead of by compare(). A key
+    // that differs later in a skipped byte gets a prefix cut there, filled
+    // with ones if it is above the shared byte and with zeros if below,
+    // which keeps the order for any key: the fit only makes prefixes tell
+    // apart more of the keys it has seen. Only the first 32 key bytes count.
+    // REQUIRES: an empty list; no other list keyed by this index's prefixes.
+    void fitKeyPrefix(const QList<Record> &rows);
+
 private:
     void setup();
+    quint64 fittedPrefix(const unsigned char *key) const;
 
     uint64 m_keyOffset = 0; // from the start of the row block, header included
     uint64 m_keySize = 0;
+    // The fitted prefix: 0 for the first eight key bytes. Otherwise the
+    // bytes read from each key, with the positions that make the prefix and
+    // those skipped with the value every fitted key has there.
+    int m_fitBytes = 0;
+    int m_fitCount = 0; // positions in m_fitPositions
+    unsigned char m_fitPositions[8] = {};
+    quint64 m_fitShared[4] = {}; // the skipped bytes' values
+    quint64 m_fitSkipped[4] = {}; // 0xFF in each skipped byte
 };
 
 #endif // TABLEDB_INDEX_MASTERINDEX_FAST_PURE_H

@@ -410,3 +410,54 @@ TEST(MasterIndexFast, OneBatchIntoAnEmptyIndexEqualsManySmallOnes)
         }
     }
 }
+
+// An index filled while empty fits its prefix to the bytes its keys share;
+// later keys that leave those bytes, above or below, must still be placed and
+// found as by an index keyed by the plain first eight bytes.
+TEST(MasterIndexFast, FittedPrefixKeepsTheOrderOfKeysThatLeaveTheSharedBytes)
+{
+    auto table = makeTable();
+    const QStringList columns { "code", "n" }; // 12 + 4 key bytes
+    std::mt19937 rng(5);
+    const QString letters = QStringLiteral("AB");
+    auto row = [&](bool leave) {
+        Record r(table.get());
+        QString code = QStringLiteral("X") + letters.at(int(rng() % 2)) + QStringLiteral("00")
+                + QString::number(rng() % 10);
+        int n = int(rng() % 50);
+        if (leave) {
+            switch (rng() % 4) {
+            case 0: code[0] = QChar(rng() % 2 ? 'W' : 'Y'); break; // a shared byte, below or above
+            case 1: code[2] = QChar(ushort(0x100 + rng() % 3)); break; // a shared high byte
+            case 2: n = rng() % 2 ? -n - 1 : n << 20; break; // shared bytes of n
+            default: code.truncate(int(rng() % 3)); break; // zeros where letters were
+            }
+        }
+        r.data(1) = code;
+        r.data(2) = n;
+        return r;
+    };
+    QList<Record> first, later, probes;
+    for (int i = 0; i < 800; ++i)
+        first.append(row(false));
+    for (int i = 0; i < 400; ++i) {
+        later.append(row(i % 2 == 0));
+        probes.append(row(i % 3 != 0));
+    }
+    MasterIndex_Fast fitted(table.get(), columns), plain(table.get(), columns);
+    fitted.process({}, {}, -1, -1, first);
+    for (const Record &r : first)
+        plain.add(r);
+    for (int at = 0; at < later.size(); at += 50) {
+        fitted.process({}, {}, -1, -1, later.mid(at, 50));
+        plain.process({}, {}, -1, -1, later.mid(at, 50));
+    }
+    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), fitted.begin(), fitted.end()));
+    for (const Record &probe : probes + first.mid(0, 100) + later) {
+        ASSERT_EQ(fitted.search(probe, -1), plain.search(probe, -1));
+        ASSERT_EQ(fitted.searchLast(probe, -1), plain.searchLast(probe, -1));
+    }
+    fitted.process(first.mid(0, 300), {}, -1, -1, {});
+    plain.process(first.mid(0, 300), {}, -1, -1, {});
+    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), fitted.begin(), fitted.end()));
+}
