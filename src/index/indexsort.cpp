@@ -80,6 +80,10 @@ public:
             ++m_bits;
         m_slots.assign(size_t(1) << m_bits, -1);
     }
+    // For a walk that looks every element of a list up: with few entries
+    // the slots are eight times as many, so that nearly every look meets an
+    // empty slot at once and the branch is well predicted.
+    static AddressTable forWalk(int count) { return AddressTable(count <= 8192 ? 8 * count : count); }
     // The first slot to look at for `row`, and the one after `slot`.
     size_t home(const Record &row) const
     {
@@ -623,7 +627,7 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
             });
             continue;
         }
-        AddressTable table(int(pending.size()));
+        AddressTable table = AddressTable::forWalk(int(pending.size()));
         for (int r : pending) {
             size_t h = table.home(*rows.at(r));
             while (table[h] >= 0)
@@ -696,7 +700,7 @@ void IndexSortPrivate::locate(const IndexSort &index, QVector<IndexSortEntry> &e
     if (missed.isEmpty())
         return;
     // The walk looks each row of the list up among the missed ones by address.
-    AddressTable table(missed.size());
+    AddressTable table = AddressTable::forWalk(missed.size());
     for (int m : qAsConst(missed)) {
         size_t h = table.home(*entries.at(m).row);
         while (table[h] >= 0)
