@@ -345,7 +345,14 @@ void Table::processSingleTransaction(QList<Record> &removed, QList<Record> &upda
     // From here on the old values are gone: the indexes keep pointing at the
     // table's own blocks, which now take the new values.
     const int pairs = qMin(updated.size(), changed.size());
+    constexpr int ahead = 8; // the rows written next are asked for, the misses overlap
     for (int i = 0; i < pairs; ++i) {
+        if (i + ahead < pairs) {
+            if (unsigned char *row = const_cast<unsigned char *>(updated.at(i + ahead).rowPtr())) {
+                __builtin_prefetch(row, 1);
+                __builtin_prefetch(row + RowHeaderSize + d->rowLength, 1); // the null bits
+            }
+        }
         const Record &target = updated.at(i);
         const Record &source = changed.at(i);
         if (target != source)
