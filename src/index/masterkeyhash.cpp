@@ -16,7 +16,7 @@ void MasterKeyHash::giveUp()
     m_givenUp = true;
 }
 
-unsigned MasterKeyHash::hashOf(const char *key) const
+unsigned MasterKeyHash::hashOfBytes(const char *key) const
 {
     quint64 h = 0x9e3779b97f4a7c15ULL;
     for (int i = 0; i < m_size; i += 8) {

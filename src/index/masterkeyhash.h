@@ -112,7 +112,15 @@ private:
     {
         return reinterpret_cast<const char *>(row + m_offset);
     }
-    unsigned hashOf(const char *key) const;
+    unsigned hashOf(const char *key) const
+    {
+        if (m_size != 8)
+            return hashOfBytes(key);
+        quint64 word;
+        std::memcpy(&word, key, sizeof word);
+        return hashOfWord(word);
+    }
+    unsigned hashOfBytes(const char *key) const;
     // hashOf() of an eight-byte key, given as its little-endian word.
     static unsigned hashOfWord(quint64 word)
     {
