@@ -297,6 +297,10 @@ int IndexSort::searchFirst(const Record &record, int from, bool byPrefix) const
         lo = first.first;
         loIt = first.second;
         hi = m_list.keyBound(key, true, lo).first;
+        // A prefix that tells keys apart well has a run of one key: its
+        // first row is the answer, found without the halving steps.
+        if (lo < hi && compare(*loIt, record) == 0)
+            return lo;
     } else {
         loIt = m_list.iteratorAt(lo);
     }
@@ -339,6 +343,9 @@ int IndexSort::searchLast(const Record &record, int from) const
         lo = first.first;
         loIt = first.second;
         hi = end;
+        // As in searchFirst(): the run's last row first.
+        if (lo < hi && compare(*m_list.iteratorAt(hi - 1), record) == 0)
+            return hi - 1;
     } else {
         loIt = m_list.iteratorAt(lo);
     }
