@@ -64,6 +64,21 @@ void TableJoinDep::preprocess(const QList<Record> &removed, const QList<Record> 
     m_nsecsElapsedTotal += timer.nsecsElapsed();
 }
 
+namespace {
+
+// The join rows that `ranges` reach, a row reached twice counted twice.
+int rowsIn(const RecordsRanges &ranges)
+{
+    qint64 rows = 0;
+    for (const RangeSet<int> &set : ranges.ranges) {
+        for (int r = 0; r < set.rangeCount(); ++r)
+            rows += set.rangeEnd(r) - set.rangeBegin(r);
+    }
+    return int(qMin<qint64>(rows, INT_MAX / 2));
+}
+
+} // namespace
+
 void TableJoinDep::process(
     const QList<Record> &, const QList<Record> &, int first, int last, const QList<Record> &)
 {
@@ -72,6 +87,7 @@ void TableJoinDep::process(
     if (info->table && (!nulled.isEmpty() || !refreshed.isEmpty() || !added.isEmpty())) {
         TableUpdater updater(info->table);
         RecordsTrans trans(info->table);
+        trans.reserve(rowsIn(nulled) + (columns.isEmpty() ? 0 : rowsIn(refreshed)) + rowsIn(added));
         JoinRowFinder finder(info->table->masterIndex());
         finder.expectPositions(nulled, info->mainMaster);
         if (!columns.isEmpty())

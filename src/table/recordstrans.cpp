@@ -73,6 +73,12 @@ void RecordsTrans::clear()
         d->clear();
 }
 
+void RecordsTrans::reserve(int rows)
+{
+    if (rows > 0)
+        data()->reserve(rows);
+}
+
 bool RecordsTrans::isEmpty() const
 {
     return !d || d->isEmpty();

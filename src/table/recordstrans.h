@@ -39,6 +39,9 @@ public:
 
     // Forgets all pending work; the column range stays.
     void clear();
+    // Room for `rows` more keys, for a transaction whose size is known ahead:
+    // its entries and their look-up then grow once. Changes nothing else.
+    void reserve(int rows);
     bool isEmpty() const;
     bool contains(const Record &record) const;
 

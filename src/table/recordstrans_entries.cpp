@@ -137,7 +137,7 @@ int RecordsTransPrivate::add(const Probe &probe, Record key, int code, Record ch
     const bool hashed = m_mode == Hashed && !probe.after;
     const bool grow = hashed && (probe.slot < 0 || 2 * size_t(m_usedSlots + 1) > m_slots.size());
     if (grow)
-        reindex(false, 1);
+        reindex(false, qMax(1, m_room - m_live));
     entries.push_back({ std::move(key), std::move(change), { probe.prefix[0], probe.prefix[1] },
                         probe.hash, code });
     ++m_live;
@@ -234,6 +234,12 @@ void RecordsTransPrivate::erase(int e)
     m_sortedValid = false;
 }
 
+void RecordsTransPrivate::reserve(int rows)
+{
+    entries.reserve(entries.size() + size_t(rows));
+    m_room = m_live + rows;
+}
+
 void RecordsTransPrivate::clear()
 {
     // A large transaction gives its memory back; a small one keeps it for reuse.
@@ -248,6 +254,7 @@ void RecordsTransPrivate::clear()
     m_usedSlots = 0;
     m_ordered.clear();
     m_live = 0;
+    m_room = 0;
     m_inOrder = true;
     m_lastPrefix[0] = m_lastPrefix[1] = 0;
     m_mode = Unset;

@@ -67,6 +67,7 @@ public:
     int add(const Probe &probe, Record key, int code, Record change = Record());
     void erase(int entry);
     void clear();
+    void reserve(int rows);
     // Whether some RowUpdated entry carries a clone.
     bool hasChanges() const;
     // The live entries' numbers in key order. The sort is done once and kept
@@ -101,6 +102,7 @@ private:
     MasterKeyForm m_form; // Hashed
 
     int m_live = 0;
+    int m_room = 0; // live entries that reserve() asked the look-up to hold
     // Hashed: while keys come in rising order, a new key is told by its prefix
     // alone and the entries are already sorted; they are hashed at the first
     // key that does not rise.
