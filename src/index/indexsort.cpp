@@ -797,8 +797,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     // Every removed and updated row once, by identity; a removed row wins.
     QVector<IndexSortEntry> entries;
     entries.reserve(removed.count() + updated.count());
-    const bool notedRemoved = d->removedPlaces.size() == removed.size()
-            && d->removed.constBegin() == removed.constBegin();
+    const bool notedRemoved = IndexSortPrivate::isNoted(d->removed, d->removedPlaces, removed);
     for (int i = 0; i < removed.size(); ++i) {
         entries.append({ &removed.at(i),
                          notedRemoved ? d->removedPlaces.at(i) : int(IndexSortEntry::Unknown), -1 });
@@ -807,8 +806,7 @@ void IndexSort::process(const QList<Record> &removed, const QList<Record> &updat
     d->removedPlaces.clear();
     const bool unaffected = unaffectedBy(first, last);
     // preprocess() saw this very batch if it shares the list.
-    const bool noted = !d->places.isEmpty() && d->updated.size() == updated.size()
-            && d->updated.constBegin() == updated.constBegin();
+    const bool noted = IndexSortPrivate::isNoted(d->updated, d->places, updated);
     for (int i = 0; i < updated.size(); ++i) {
         // A batch that cannot move a row leaves the updated rows where they
         // stand; only one that fails filter() after all is looked for.

@@ -30,6 +30,13 @@ public:
     // of a long run of equal keys.
     QList<Record> removed;
     QVector<int> removedPlaces;
+    // Whether `places` were noted for `given` itself: the list preprocess()
+    // kept shares its data with it.
+    static bool isNoted(const QList<Record> &kept, const QVector<int> &places,
+                        const QList<Record> &given)
+    {
+        return places.size() == given.size() && kept.constBegin() == given.constBegin();
+    }
 
     bool prefixChecked = false; // keyPrefixKind() asked
     bool exact = false; // ExactKeyPrefix

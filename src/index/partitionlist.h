@@ -343,6 +343,20 @@ private:
     void insertRunsOf(const QVector<int> &places, int count, const ValueAt &valueAt,
                       const KeyAt &keyAt);
     quint64 keyOf(const T &value) const { return m_keyFunction(m_keyContext, value); }
+    // The first offset in [lo, hi) of block `p` whose key is not before(),
+    // or hi. REQUIRES: the keys there ascend.
+    template <typename Before>
+    static int firstKeyNotBefore(const Partition *p, int lo, int hi, const Before &before)
+    {
+        while (lo < hi) {
+            const int mid = lo + ((hi - lo) >> 1);
+            if (before(p->keys[mid]))
+                lo = mid + 1;
+            else
+                hi = mid;
+        }
+        return lo;
+    }
     static void moveKeys(Partition *p, int to, int from, int count)
     {
         if (p->keys)
@@ -558,15 +572,7 @@ PartitionList<T>::keyBound(quint64 key, bool upper, int from) const
     if (lo > blocks)
         return { m_count, end() };
     const Partition *p = m_partitions.at(lo);
-    int first = qMax(from - p->base, 0);
-    int last = p->size;
-    while (first < last) {
-        const int mid = first + ((last - first) >> 1);
-        if (before(p->keys[mid]))
-            first = mid + 1;
-        else
-            last = mid;
-    }
+    const int first = firstKeyNotBefore(p, qMax(from - p->base, 0), p->size, before);
     return { p->base + first,
              const_iterator(iterator(m_partitions.constData() + lo, p->data + first)) };
 }
@@ -596,13 +602,7 @@ PartitionList<T>::keyBoundNear(quint64 key, bool upper, int from,
         }
         lo = probe + 1;
     }
-    while (lo < hi) {
-        const int mid = lo + ((hi - lo) >> 1);
-        if (before(p->keys[mid]))
-            lo = mid + 1;
-        else
-            hi = mid;
-    }
+    lo = firstKeyNotBefore(p, lo, hi, before);
     return { p->base + lo, const_iterator(iterator(m_partitions.constData() + s, p->data + lo)) };
 }
 
