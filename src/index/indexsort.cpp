@@ -619,9 +619,7 @@ void IndexSortPrivate::findAllByKey(const IndexSort &index, const QVector<const 
                 walk = true;
             }
         }
-        if (pending.empty())
-            continue;
-        if (at.second == last)
+        if (pending.empty() || at.second == last)
             continue;
         if (pending.size() == 1) { // no table for one row
             const int r = pending.front();

@@ -9,7 +9,6 @@
 
 class IndexSort;
 class MasterIndex;
-class MasterIndex_Fast;
 struct RecordsRanges;
 
 // What the join table's master find(row, -1) gives, for the join rows that a
